@@ -1,0 +1,93 @@
+#pragma once
+// Every user setting of the overlay, read from and written through to a key-value store.
+
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+
+#include "core/KeyValueStore.h"
+#include "core/MusicPlayer.h"
+#include "core/Signal.h"
+#include "core/StringEnum.h"
+#include "core/WaveColor.h"
+
+namespace lorvane {
+
+enum class OverlayDisplayMode { compact, fullscreenFog };
+template <>
+struct EnumTraits<OverlayDisplayMode> {
+    static constexpr std::array<std::string_view, 2> rawValues{"compact", "fullscreenFog"};
+};
+std::string_view title(OverlayDisplayMode mode);  // "Standard Waveform", "Fullscreen Fog"
+
+enum class OverlayPosition { top, center, bottom };
+template <>
+struct EnumTraits<OverlayPosition> {
+    static constexpr std::array<std::string_view, 3> rawValues{"top", "center", "bottom"};
+};
+std::string_view title(OverlayPosition position);  // "Top of Screen", "Center of Screen", "Bottom of Screen"
+
+using MusicPlayerSet = std::set<MusicPlayer>;
+
+class OverlayPreferences {
+public:
+    // Store keys.
+    static constexpr const char* overlayEnabledKey = "overlayEnabled";
+    static constexpr const char* autoShowKey = "autoShow";
+    static constexpr const char* avoidsCoveringWindowsKey = "avoidsCoveringWindows";
+    static constexpr const char* audioResponsiveKey = "audioResponsive";
+    static constexpr const char* displayModeKey = "overlayDisplayMode";
+    static constexpr const char* positionKey = "overlayPosition";
+    static constexpr const char* colorKey = "waveColor";
+    static constexpr const char* enabledPlayersKey = "enabledMusicPlayers";
+
+    // Reads every member from the store; writes nothing.
+    explicit OverlayPreferences(std::shared_ptr<KeyValueStore> defaults);
+
+    bool overlayEnabled() const { return overlayEnabled_; }
+    bool autoShow() const { return autoShow_; }
+    bool avoidsCoveringWindows() const { return avoidsCoveringWindows_; }
+    bool audioResponsive() const { return audioResponsive_; }
+    OverlayDisplayMode displayMode() const { return displayMode_; }
+    OverlayPosition position() const { return position_; }
+    WaveColor color() const { return color_; }
+    const MusicPlayerSet& enabledPlayers() const { return enabledPlayers_; }
+
+    // Every assignment notifies observers first, then stores and writes through, even when the
+    // value equals the old one.
+    void setOverlayEnabled(bool value);
+    void setAutoShow(bool value);
+    void setAvoidsCoveringWindows(bool value);
+    void setAudioResponsive(bool value);
+    void setDisplayMode(OverlayDisplayMode value);
+    void setPosition(OverlayPosition value);
+    void setColor(WaveColor value);
+    void setEnabledPlayers(MusicPlayerSet value);
+    // Inserts or removes one player; writes the sorted array even when the set did not change.
+    void setPlayer(MusicPlayer player, bool enabled);
+
+    // The default when the store holds nothing under the key, else the store's boolean reading.
+    static bool boolValue(const KeyValueStore& store, const std::string& key, bool defaultValue);
+
+    const KeyValueStore& defaults() const { return *defaults_; }
+
+    // Fired before any member changes.
+    Signal<> objectWillChange;
+
+private:
+    void writeBool(const char* key, bool& member, bool value);
+    void writeEnabledPlayers();
+
+    bool overlayEnabled_ = true;
+    bool autoShow_ = true;
+    bool avoidsCoveringWindows_ = true;
+    bool audioResponsive_ = true;
+    OverlayDisplayMode displayMode_ = OverlayDisplayMode::compact;
+    OverlayPosition position_ = OverlayPosition::center;
+    WaveColor color_ = WaveColor::cyan;
+    MusicPlayerSet enabledPlayers_;
+    std::shared_ptr<KeyValueStore> defaults_;
+};
+
+}  // namespace lorvane

@@ -1,0 +1,198 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "core/OverlayPreferences.h"
+
+using namespace lorvane;
+
+namespace {
+
+struct Fixture {
+    std::shared_ptr<MemoryKeyValueStore> store = std::make_shared<MemoryKeyValueStore>();
+    std::unique_ptr<OverlayPreferences> preferences() { return std::make_unique<OverlayPreferences>(store); }
+};
+
+const MusicPlayerSet allPlayers{MusicPlayer::appleMusic, MusicPlayer::qqMusic, MusicPlayer::netEaseMusic,
+                                MusicPlayer::spotify};
+
+}  // namespace
+
+TEST(OverlayDisplayModeAndPosition, RawValuesAndTitles) {
+    EXPECT_EQ(rawValue(OverlayDisplayMode::fullscreenFog), "fullscreenFog");
+    EXPECT_EQ(title(OverlayDisplayMode::compact), "Standard Waveform");
+    EXPECT_EQ(title(OverlayDisplayMode::fullscreenFog), "Fullscreen Fog");
+    EXPECT_EQ(title(OverlayPosition::top), "Top of Screen");
+    EXPECT_EQ(title(OverlayPosition::center), "Center of Screen");
+    EXPECT_EQ(title(OverlayPosition::bottom), "Bottom of Screen");
+    EXPECT_EQ(fromRawValue<OverlayPosition>("middle"), std::nullopt);
+}
+
+TEST(OverlayPreferences, EmptyStoreYieldsTheDocumentedDefaults) {
+    Fixture f;
+    auto p = f.preferences();
+    EXPECT_TRUE(p->overlayEnabled());
+    EXPECT_TRUE(p->autoShow());
+    EXPECT_TRUE(p->avoidsCoveringWindows());
+    EXPECT_TRUE(p->audioResponsive());
+    EXPECT_EQ(p->displayMode(), OverlayDisplayMode::compact);
+    EXPECT_EQ(p->position(), OverlayPosition::center);
+    EXPECT_EQ(p->color(), WaveColor::cyan);
+    EXPECT_EQ(p->enabledPlayers(), allPlayers);
+    EXPECT_EQ(f.store->writeCount(), 0u) << "construction writes nothing";
+}
+
+TEST(OverlayPreferences, DisplayModeOnlyExactFullscreenFogGivesFog) {
+    Fixture f;
+    f.store->setString("overlayDisplayMode", "compact");
+    EXPECT_EQ(f.preferences()->displayMode(), OverlayDisplayMode::compact);
+    f.store->setString("overlayDisplayMode", "Fullscreenfog");
+    EXPECT_EQ(f.preferences()->displayMode(), OverlayDisplayMode::compact);
+    f.store->setString("overlayDisplayMode", "fullscreenFog");
+    EXPECT_EQ(f.preferences()->displayMode(), OverlayDisplayMode::fullscreenFog);
+}
+
+TEST(OverlayPreferences, PositionMiddleReadsAsCenter) {
+    Fixture f;
+    f.store->setString("overlayPosition", "middle");
+    EXPECT_EQ(f.preferences()->position(), OverlayPosition::center);
+    f.store->setString("overlayPosition", "bottom");
+    EXPECT_EQ(f.preferences()->position(), OverlayPosition::bottom);
+    f.store->setString("overlayPosition", "top");
+    EXPECT_EQ(f.preferences()->position(), OverlayPosition::top);
+}
+
+TEST(OverlayPreferences, UnknownColourRedReadsAsCyan) {
+    Fixture f;
+    f.store->setString("waveColor", "red");
+    EXPECT_EQ(f.preferences()->color(), WaveColor::cyan);
+    f.store->setString("waveColor", "neon");
+    EXPECT_EQ(f.preferences()->color(), WaveColor::neon);
+}
+
+TEST(OverlayPreferences, PlayerListWithUnknownAndRepeatedNamesKeepsTheKnownOnes) {
+    Fixture f;
+    f.store->setStringArray("enabledMusicPlayers", {"spotify", "winamp", "spotify"});
+    EXPECT_EQ(f.preferences()->enabledPlayers(), MusicPlayerSet{MusicPlayer::spotify});
+}
+
+TEST(OverlayPreferences, EmptyPlayerListIsEmptyButMissingKeyIsAllFour) {
+    Fixture f;
+    f.store->setStringArray("enabledMusicPlayers", {});
+    EXPECT_TRUE(f.preferences()->enabledPlayers().empty());
+    f.store->remove("enabledMusicPlayers");
+    EXPECT_EQ(f.preferences()->enabledPlayers(), allPlayers);
+}
+
+TEST(OverlayPreferences, PlayerListOfAnotherKindReadsAsAllFour) {
+    Fixture f;
+    f.store->setBool("enabledMusicPlayers", true);
+    EXPECT_EQ(f.preferences()->enabledPlayers(), allPlayers);
+}
+
+TEST(OverlayPreferences, AutoShowStringNOReadsAsFalseNotTheDefault) {
+    Fixture f;
+    f.store->setString("autoShow", "NO");
+    EXPECT_FALSE(f.preferences()->autoShow());
+}
+
+TEST(OverlayPreferences, BoolValueUsesTheStoresBooleanReading) {
+    MemoryKeyValueStore store;
+    EXPECT_TRUE(OverlayPreferences::boolValue(store, "k", true));
+    EXPECT_FALSE(OverlayPreferences::boolValue(store, "k", false));
+    for (const char* yes : {"YES", "yes", "true", "T", "1", "42", "  +007", "y"}) {
+        store.setString("k", yes);
+        EXPECT_TRUE(OverlayPreferences::boolValue(store, "k", false)) << yes;
+    }
+    for (const char* no : {"NO", "false", "0", "", "000", "maybe", "-0", " "}) {
+        store.setString("k", no);
+        EXPECT_FALSE(OverlayPreferences::boolValue(store, "k", true)) << no;
+    }
+    store.setNumber("k", 0.0);
+    EXPECT_FALSE(OverlayPreferences::boolValue(store, "k", true));
+    store.setNumber("k", -2.5);
+    EXPECT_TRUE(OverlayPreferences::boolValue(store, "k", false));
+    store.setStringArray("k", {"YES"});
+    EXPECT_FALSE(OverlayPreferences::boolValue(store, "k", true));
+}
+
+TEST(OverlayPreferences, DisablingSpotifyThenAppleMusicStoresTheSortedRest) {
+    Fixture f;
+    auto p = f.preferences();
+    p->setPlayer(MusicPlayer::spotify, false);
+    p->setPlayer(MusicPlayer::appleMusic, false);
+    EXPECT_EQ(f.store->stringArray("enabledMusicPlayers"), (KeyValueStore::StringArray{"netEaseMusic", "qqMusic"}));
+}
+
+TEST(OverlayPreferences, AllFourPlayersAreStoredInSortedOrder) {
+    Fixture f;
+    auto p = f.preferences();
+    p->setPlayer(MusicPlayer::spotify, true);  // already present: the set stays, the write happens
+    EXPECT_EQ(f.store->writeCount(), 1u);
+    EXPECT_EQ(f.store->stringArray("enabledMusicPlayers"),
+              (KeyValueStore::StringArray{"appleMusic", "netEaseMusic", "qqMusic", "spotify"}));
+}
+
+TEST(OverlayPreferences, AssigningTheCurrentPositionStillWrites) {
+    Fixture f;
+    auto p = f.preferences();
+    ASSERT_FALSE(f.store->object("overlayPosition"));
+    p->setPosition(OverlayPosition::center);
+    EXPECT_EQ(f.store->string("overlayPosition"), "center");
+    EXPECT_EQ(f.store->writeCount(), 1u);
+}
+
+TEST(OverlayPreferences, ObserversAreNotifiedBeforeTheValueIsStored) {
+    Fixture f;
+    auto p = f.preferences();
+    std::vector<std::string> seen;
+    p->objectWillChange.connect([&] {
+        seen.push_back(std::string(rawValue(p->color())) + "/" + f.store->string("waveColor").value_or("-"));
+    });
+    p->setColor(WaveColor::neon);
+    p->setColor(WaveColor::ocean);
+    EXPECT_EQ(seen, (std::vector<std::string>{"cyan/-", "neon/neon"}));
+    EXPECT_EQ(p->color(), WaveColor::ocean);
+}
+
+TEST(OverlayPreferences, EveryMemberIsWrittenUnderItsKeyInItsStoredForm) {
+    Fixture f;
+    auto p = f.preferences();
+    p->setOverlayEnabled(false);
+    p->setAutoShow(false);
+    p->setAvoidsCoveringWindows(false);
+    p->setAudioResponsive(false);
+    p->setDisplayMode(OverlayDisplayMode::fullscreenFog);
+    p->setPosition(OverlayPosition::bottom);
+    p->setColor(WaveColor::coralSky);
+    p->setEnabledPlayers({});
+    EXPECT_EQ(f.store->object("overlayEnabled"), KeyValueStore::Value(false));
+    EXPECT_EQ(f.store->object("autoShow"), KeyValueStore::Value(false));
+    EXPECT_EQ(f.store->object("avoidsCoveringWindows"), KeyValueStore::Value(false));
+    EXPECT_EQ(f.store->object("audioResponsive"), KeyValueStore::Value(false));
+    EXPECT_EQ(f.store->string("overlayDisplayMode"), "fullscreenFog");
+    EXPECT_EQ(f.store->string("overlayPosition"), "bottom");
+    EXPECT_EQ(f.store->string("waveColor"), "coralSky");
+    EXPECT_EQ(f.store->stringArray("enabledMusicPlayers"), KeyValueStore::StringArray{});
+
+    auto again = f.preferences();
+    EXPECT_FALSE(again->overlayEnabled());
+    EXPECT_FALSE(again->autoShow());
+    EXPECT_FALSE(again->avoidsCoveringWindows());
+    EXPECT_FALSE(again->audioResponsive());
+    EXPECT_EQ(again->displayMode(), OverlayDisplayMode::fullscreenFog);
+    EXPECT_EQ(again->position(), OverlayPosition::bottom);
+    EXPECT_EQ(again->color(), WaveColor::coralSky);
+    EXPECT_TRUE(again->enabledPlayers().empty());
+}
+
+TEST(OverlayPreferences, NumberWhereAStringBelongsFallsBack) {
+    Fixture f;
+    f.store->setNumber("overlayDisplayMode", 1);
+    f.store->setNumber("overlayPosition", 0);
+    f.store->setNumber("waveColor", 3);
+    auto p = f.preferences();
+    EXPECT_EQ(p->displayMode(), OverlayDisplayMode::compact);
+    EXPECT_EQ(p->position(), OverlayPosition::center);
+    EXPECT_EQ(p->color(), WaveColor::cyan);
+}
