@@ -1,0 +1,396 @@
+#include "core/app/AppDelegate.h"
+
+#include <cstdlib>
+#include <utility>
+
+namespace lorvane {
+
+namespace {
+
+// Wraps a member call so that it does nothing once the controller is gone.
+template <typename Result, typename Call>
+auto weaklyOr(Result fallback, AppDelegate* self, std::weak_ptr<bool> alive, Call call) {
+    return [self, alive = std::move(alive), call = std::move(call), fallback](auto&&... args) -> Result {
+        if (alive.expired()) return fallback;
+        return call(*self, std::forward<decltype(args)>(args)...);
+    };
+}
+
+template <typename Call>
+auto weakly(AppDelegate* self, std::weak_ptr<bool> alive, Call call) {
+    return [self, alive = std::move(alive), call = std::move(call)](auto&&... args) {
+        if (alive.expired()) return;
+        call(*self, std::forward<decltype(args)>(args)...);
+    };
+}
+
+}  // namespace
+
+AppDelegate::AppDelegate(AppEnvironment environment)
+    : environment_(std::move(environment)), preferences_(environment_.defaults) {}
+
+AppDelegate::~AppDelegate() = default;
+
+double AppDelegate::now() const { return environment_.dates ? environment_.dates->now() : 0.0; }
+
+// MARK: Lifecycle
+
+void AppDelegate::applicationDidFinishLaunching() {
+    auto& factories = environment_.factories;
+    if (factories.makeOverlay) overlayController_ = factories.makeOverlay(preferences_, visualizerModel_);
+    configureSettingsWindow();
+    configureStatusItem();
+
+    if (factories.makePlaybackMonitor) {
+        const auto alive = lifetime_.weak();
+        EnabledPlayersSupplier enabledPlayers = [this, alive] {
+            if (alive.expired()) return MusicPlayerSet{};
+            return preferences_.enabledPlayers();
+        };
+        SnapshotCallback snapshotDidChange = weakly(
+            this, alive, [](AppDelegate& self, const MusicPlaybackSnapshot& snapshot) {
+                self.handlePlaybackSnapshot(snapshot);
+            });
+        playbackMonitor_ = factories.makePlaybackMonitor(std::move(enabledPlayers), std::move(snapshotDidChange));
+        if (playbackMonitor_) playbackMonitor_->start();
+    }
+
+    // The settings window comes up once at every launch, after the tray icon exists.
+    if (environment_.mainQueue) {
+        environment_.mainQueue->post(weakly(this, lifetime_.weak(), [](AppDelegate& self) { self.openSettingsWindow(); }));
+    }
+}
+
+bool AppDelegate::applicationShouldHandleReopen(bool /*hasVisibleWindows*/) {
+    openSettingsWindow();
+    return true;
+}
+
+void AppDelegate::applicationWillTerminate() {
+    if (playbackMonitor_) playbackMonitor_->stop();
+    if (audioLevelMonitor_) audioLevelMonitor_->stop();
+}
+
+void AppDelegate::configureSettingsWindow() {
+    if (!environment_.factories.makeSettingsWindow) return;
+    settingsWindowController_ = environment_.factories.makeSettingsWindow(preferences_, visualizerModel_,
+                                                                          settingsActions(), launchAtLoginEnabled());
+}
+
+void AppDelegate::configureStatusItem() {
+    if (!environment_.factories.makeStatusMenu) return;
+    MenuCommandHandler handler =
+        weakly(this, lifetime_.weak(),
+               [](AppDelegate& self, MenuCommand command, const std::optional<std::string>& representedObject) {
+                   self.perform(command, representedObject);
+               });
+    statusMenu_ = environment_.factories.makeStatusMenu(std::move(handler));
+    refreshMenuState();
+}
+
+SettingsActions AppDelegate::settingsActions() {
+    const auto alive = lifetime_.weak();
+    SettingsActions actions;
+    actions.setOverlayEnabled = weakly(this, alive, [](AppDelegate& self, bool value) { self.setOverlayEnabled(value); });
+    actions.setAutoShow = weakly(this, alive, [](AppDelegate& self, bool value) { self.setAutoShow(value); });
+    actions.setAvoidsCoveringWindows =
+        weakly(this, alive, [](AppDelegate& self, bool value) { self.setAvoidsCoveringWindows(value); });
+    actions.setAudioResponsive =
+        weakly(this, alive, [](AppDelegate& self, bool value) { self.setAudioResponsive(value); });
+    actions.setDisplayMode =
+        weakly(this, alive, [](AppDelegate& self, OverlayDisplayMode mode) { self.setDisplayMode(mode); });
+    actions.setPosition =
+        weakly(this, alive, [](AppDelegate& self, OverlayPosition position) { self.setPosition(position); });
+    actions.setColor = weakly(this, alive, [](AppDelegate& self, WaveColor color) { self.setColor(color); });
+    actions.setPlayerEnabled = weakly(
+        this, alive, [](AppDelegate& self, MusicPlayer player, bool enabled) { self.setPlayer(player, enabled); });
+    actions.retryAudioCapture = weakly(this, alive, [](AppDelegate& self) { self.retryAudioCapture(); });
+    actions.openAudioCaptureSettings =
+        weakly(this, alive, [](AppDelegate& self) { self.openAudioCaptureSettings(); });
+    actions.setLaunchAtLogin =
+        weaklyOr(false, this, alive, [](AppDelegate& self, bool enabled) { return self.setLaunchAtLogin(enabled); });
+    return actions;
+}
+
+// MARK: Setters
+
+void AppDelegate::setOverlayEnabled(bool enabled) {
+    preferences_.setOverlayEnabled(enabled);
+    audioAndVisibilityStep(preferences_.overlayEnabled() && preferences_.autoShow() &&
+                           preferences_.audioResponsive() &&
+                           currentPlaybackState_ == MusicPlaybackState::playing);
+}
+
+void AppDelegate::setAutoShow(bool enabled) {
+    preferences_.setAutoShow(enabled);
+    audioAndVisibilityStep(preferences_.autoShow() && preferences_.overlayEnabled() &&
+                           preferences_.audioResponsive() &&
+                           currentPlaybackState_ == MusicPlaybackState::playing);
+}
+
+// A user action that turns the overlay back on always gets a fresh capture attempt, even inside a back-off.
+void AppDelegate::audioAndVisibilityStep(bool allOn) {
+    if (allOn) {
+        audioCaptureRetryAfter_.reset();
+        startAudioLevelMonitorIfNeeded();
+    } else {
+        stopAudioLevelMonitor();
+        visualizerModel_.pause();
+    }
+    updateOverlayVisibility();
+    refreshMenuState();
+}
+
+void AppDelegate::setAudioResponsive(bool enabled) {
+    preferences_.setAudioResponsive(enabled);
+    const bool playing = currentPlaybackState_ == MusicPlaybackState::playing;
+    if (preferences_.audioResponsive() && preferences_.overlayEnabled() && preferences_.autoShow() && playing) {
+        audioCaptureRetryAfter_.reset();
+        startAudioLevelMonitorIfNeeded();
+    } else {
+        stopAudioLevelMonitor();
+        // The wave keeps moving on the fixed level instead of freezing.
+        if (playing) visualizerModel_.useFallbackAudio(std::nullopt);
+    }
+    refreshMenuState();
+}
+
+void AppDelegate::setAvoidsCoveringWindows(bool enabled) {
+    preferences_.setAvoidsCoveringWindows(enabled);
+    if (overlayController_) {
+        overlayController_->applyWindowLevel();
+        overlayController_->reposition();
+    }
+    refreshMenuState();
+}
+
+void AppDelegate::setDisplayMode(OverlayDisplayMode mode) {
+    preferences_.setDisplayMode(mode);
+    if (overlayController_) {
+        overlayController_->applyWindowLevel();
+        overlayController_->reposition();
+    }
+    refreshMenuState();
+}
+
+void AppDelegate::setPosition(OverlayPosition position) {
+    preferences_.setPosition(position);
+    if (overlayController_) overlayController_->reposition();
+    refreshMenuState();
+}
+
+void AppDelegate::setColor(WaveColor color) {
+    preferences_.setColor(color);
+    refreshMenuState();
+}
+
+void AppDelegate::setPlayer(MusicPlayer player, bool enabled) {
+    preferences_.setPlayer(player, enabled);
+    if (!enabled && currentMusicPlayer_ == player) {
+        // Hide the overlay and stop capture now rather than at the next poll.
+        handlePlaybackSnapshot(MusicPlaybackSnapshot::noPlayer());
+    }
+    if (playbackMonitor_) {
+        std::int64_t next = 0;
+        if (__builtin_add_overflow(playbackMonitor_->queryGeneration(), std::int64_t{1}, &next)) std::abort();
+        // An answer still in flight from before the change is ignored, and a new query may start at once.
+        playbackMonitor_->setQueryGeneration(next);
+        playbackMonitor_->setQueryIsInFlight(false);
+        playbackMonitor_->checkPlaybackState();
+    }
+}
+
+void AppDelegate::retryAudioCapture() {
+    // The overlay switches are deliberately not consulted: retrying is about capture alone.
+    if (!preferences_.audioResponsive() || currentPlaybackState_ != MusicPlaybackState::playing) return;
+    stopAudioLevelMonitor();
+    audioCaptureRetryAfter_.reset();
+    startAudioLevelMonitorIfNeeded();
+    refreshMenuState();
+}
+
+bool AppDelegate::launchAtLoginEnabled() const {
+    return environment_.loginItem && environment_.loginItem->isEnabled();
+}
+
+bool AppDelegate::setLaunchAtLogin(bool enabled) {
+    if (environment_.loginItem && enabled != environment_.loginItem->isEnabled()) {
+        const auto error = enabled ? environment_.loginItem->registerItem() : environment_.loginItem->unregisterItem();
+        if (error && environment_.alerts) environment_.alerts->showWarning(loginItemAlertMessage, *error);
+    }
+    refreshMenuState();
+    return launchAtLoginEnabled();
+}
+
+void AppDelegate::openSettingsWindow() {
+    if (settingsWindowController_) settingsWindowController_->present();
+}
+
+void AppDelegate::openAudioCaptureSettings() {
+    if (environment_.audioSettings) environment_.audioSettings->openAudioCaptureSettings();
+}
+
+MenuState AppDelegate::menuState() const {
+    MenuInputs inputs;
+    inputs.player = currentMusicPlayer_;
+    inputs.playbackState = currentPlaybackState_;
+    inputs.captureStatus = visualizerModel_.captureStatus();
+    inputs.audioLevel = visualizerModel_.audioLevel();
+    inputs.launchAtLoginEnabled = launchAtLoginEnabled();
+    return makeMenuState(inputs, preferences_);
+}
+
+void AppDelegate::refreshMenuState() {
+    if (statusMenu_) statusMenu_->apply(menuState());
+}
+
+// MARK: Menu actions
+
+void AppDelegate::perform(MenuCommand command, const std::optional<std::string>& representedObject) {
+    switch (command) {
+        case MenuCommand::openAudioCaptureSettings:
+            return openAudioCaptureSettings();
+        case MenuCommand::openSettingsWindow:
+            return openSettingsWindow();
+        case MenuCommand::toggleOverlayEnabled:
+            return toggleOverlayEnabled();
+        case MenuCommand::toggleAutoShow:
+            return toggleAutoShow();
+        case MenuCommand::toggleAvoidCovering:
+            return toggleAvoidCovering();
+        case MenuCommand::toggleAudioResponsive:
+            return toggleAudioResponsive();
+        case MenuCommand::retryAudioCapture:
+            return retryAudioCapture();
+        case MenuCommand::selectCompactMode:
+            return selectCompactMode();
+        case MenuCommand::selectFullscreenMode:
+            return selectFullscreenMode();
+        case MenuCommand::selectTopPosition:
+            return selectTopPosition();
+        case MenuCommand::selectCenterPosition:
+            return selectCenterPosition();
+        case MenuCommand::selectBottomPosition:
+            return selectBottomPosition();
+        case MenuCommand::selectWaveColor:
+            return selectWaveColor(representedObject);
+        case MenuCommand::toggleLaunchAtLogin:
+            return toggleLaunchAtLogin();
+        case MenuCommand::quitApplication:
+            return quitApplication();
+    }
+}
+
+void AppDelegate::toggleOverlayEnabled() { setOverlayEnabled(!preferences_.overlayEnabled()); }
+void AppDelegate::toggleAutoShow() { setAutoShow(!preferences_.autoShow()); }
+void AppDelegate::toggleAvoidCovering() { setAvoidsCoveringWindows(!preferences_.avoidsCoveringWindows()); }
+void AppDelegate::toggleAudioResponsive() { setAudioResponsive(!preferences_.audioResponsive()); }
+void AppDelegate::selectCompactMode() { setDisplayMode(OverlayDisplayMode::compact); }
+void AppDelegate::selectFullscreenMode() { setDisplayMode(OverlayDisplayMode::fullscreenFog); }
+void AppDelegate::selectTopPosition() { setPosition(OverlayPosition::top); }
+void AppDelegate::selectCenterPosition() { setPosition(OverlayPosition::center); }
+void AppDelegate::selectBottomPosition() { setPosition(OverlayPosition::bottom); }
+
+void AppDelegate::selectWaveColor(const std::optional<std::string>& representedObject) {
+    if (!representedObject) return;
+    if (const auto color = fromRawValue<WaveColor>(*representedObject)) setColor(*color);
+}
+
+void AppDelegate::toggleLaunchAtLogin() { setLaunchAtLogin(!launchAtLoginEnabled()); }
+
+void AppDelegate::quitApplication() {
+    if (environment_.application) environment_.application->terminate();
+}
+
+// MARK: Playback and capture
+
+void AppDelegate::handlePlaybackSnapshot(const MusicPlaybackSnapshot& snapshot) {
+    currentMusicPlayer_ = snapshot.player;
+    currentPlaybackState_ = snapshot.state;
+    visualizerModel_.updateFallbackLevel(snapshot.volumeLevel);
+
+    if (snapshot.state != MusicPlaybackState::playing) {
+        // A stop of playback forgets any failure back-off.
+        audioCaptureRetryAfter_.reset();
+        return stopBranch();
+    }
+    if (preferences_.audioResponsive() && preferences_.overlayEnabled() && preferences_.autoShow()) {
+        startAudioLevelMonitorIfNeeded();
+        updateOverlayVisibility();
+        refreshMenuState();
+        return;
+    }
+    stopBranch();
+}
+
+void AppDelegate::stopBranch() {
+    stopAudioLevelMonitor();
+    visualizerModel_.pause();
+    updateOverlayVisibility();
+    refreshMenuState();
+}
+
+void AppDelegate::updateOverlayVisibility() {
+    if (!overlayController_) return;
+    if (preferences_.overlayEnabled() && preferences_.autoShow() &&
+        currentPlaybackState_ == MusicPlaybackState::playing) {
+        overlayController_->applyWindowLevel();
+        overlayController_->reposition();
+        overlayController_->orderFrontRegardless();
+    } else {
+        overlayController_->orderOut();
+    }
+}
+
+void AppDelegate::startAudioLevelMonitorIfNeeded() {
+    if (audioLevelMonitor_) return;
+    if (audioCaptureRetryAfter_ && *audioCaptureRetryAfter_ > now()) return;
+    if (!environment_.factories.makeAudioLevelMonitor) return;
+
+    const std::uint64_t run = ++audioCaptureRun_;
+    const auto alive = lifetime_.weak();
+    FrameCallback frameCallback = weakly(
+        this, alive, [run](AppDelegate& self, const AudioVisualizationFrame& frame) { self.frameDidChange(run, frame); });
+    FailureCallback failureCallback = weakly(
+        this, alive, [run](AppDelegate& self, AudioCaptureFailure failure) { self.captureDidFail(run, failure); });
+    audioLevelMonitor_ =
+        environment_.factories.makeAudioLevelMonitor(std::move(frameCallback), std::move(failureCallback));
+    if (!audioLevelMonitor_) return;
+    // start() may report a failure at once, which drops the monitor again; it stays alive until the
+    // current main-queue turn is over.
+    audioLevelMonitor_->start();
+}
+
+void AppDelegate::stopAudioLevelMonitor() {
+    if (!audioLevelMonitor_) return;
+    audioLevelMonitor_->stop();
+    dropAudioLevelMonitor();
+}
+
+void AppDelegate::dropAudioLevelMonitor() {
+    if (!audioLevelMonitor_) return;
+    ++audioCaptureRun_;
+    std::shared_ptr<AudioLevelMonitoring> released(std::move(audioLevelMonitor_));
+    // The monitor may be the caller of the callback that dropped it: release it on a later turn.
+    if (environment_.mainQueue) environment_.mainQueue->post([released] {});
+}
+
+void AppDelegate::frameDidChange(std::uint64_t run, const AudioVisualizationFrame& frame) {
+    if (run != audioCaptureRun_ || !audioLevelMonitor_) return;
+    // A delivered frame proves capture works.
+    audioCaptureRetryAfter_.reset();
+    visualizerModel_.updateLiveFrame(frame);
+    refreshMenuState();
+}
+
+void AppDelegate::captureDidFail(std::uint64_t run, AudioCaptureFailure failure) {
+    if (run != audioCaptureRun_ || !audioLevelMonitor_) return;
+    // Only the reference is dropped: the run has already ended itself.
+    dropAudioLevelMonitor();
+    audioCaptureRetryAfter_ =
+        now() + (failure == AudioCaptureFailure::permissionRequired ? permissionRetryDelay : failureRetryDelay);
+    visualizerModel_.useFallbackAudio(failure);
+    refreshMenuState();
+}
+
+}  // namespace lorvane

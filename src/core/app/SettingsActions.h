@@ -1,0 +1,28 @@
+#pragma once
+// The callbacks through which the settings window changes anything. The controller fills them with
+// its own setters, so a change made there has exactly the effects of the same change in the tray menu.
+
+#include <functional>
+
+#include "core/MusicPlayer.h"
+#include "core/OverlayPreferences.h"
+#include "core/WaveColor.h"
+
+namespace lorvane {
+
+struct SettingsActions {
+    std::function<void(bool)> setOverlayEnabled;
+    std::function<void(bool)> setAutoShow;
+    std::function<void(bool)> setAvoidsCoveringWindows;
+    std::function<void(bool)> setAudioResponsive;
+    std::function<void(OverlayDisplayMode)> setDisplayMode;
+    std::function<void(OverlayPosition)> setPosition;
+    std::function<void(WaveColor)> setColor;
+    std::function<void(MusicPlayer, bool)> setPlayerEnabled;
+    std::function<void()> retryAudioCapture;
+    std::function<void()> openAudioCaptureSettings;
+    // Answers the login-item state actually reached.
+    std::function<bool(bool)> setLaunchAtLogin;
+};
+
+}  // namespace lorvane
