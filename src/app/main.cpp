@@ -1,8 +1,17 @@
-// Lorvane's entry point. The program takes no arguments.
+// Lorvane's entry point. The program takes no arguments: it runs with no main window, owning one
+// application controller, and a second start hands over to the running instance.
+
 #include <QApplication>
-#include <QGuiApplication>
+#include <QDBusConnection>
+#include <QWidget>
 #include <cstdio>
 #include <cstdlib>
+
+#include "Version.h"
+#include "app/DesktopApp.h"
+#include "app/SingleInstance.h"
+#include "app/UnixSignalQuit.h"
+#include "ui/shell/WaveformIcon.h"
 
 int main(int argc, char* argv[]) {
     if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
@@ -10,6 +19,35 @@ int main(int argc, char* argv[]) {
         return EXIT_FAILURE;
     }
     QApplication app(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("Lorvane"));
+    QApplication::setApplicationVersion(QStringLiteral(LORVANE_VERSION));
+    // Ties the windows to the installed desktop entry (launcher, taskbar icon).
+    QGuiApplication::setDesktopFileName(QStringLiteral("lorvane"));
+    QApplication::setWindowIcon(lorvane::applicationIcon());
+    // Closing the settings window only hides it; the program lives on in the tray.
     QApplication::setQuitOnLastWindowClosed(false);
+
+    lorvane::SingleInstance instance(QDBusConnection::sessionBus());
+    switch (instance.claim()) {
+        case lorvane::SingleInstance::Outcome::handedOver:
+            return EXIT_SUCCESS;
+        case lorvane::SingleInstance::Outcome::unreachable:
+            std::fputs("Lorvane is already running but does not answer.\n", stderr);
+            return EXIT_FAILURE;
+        case lorvane::SingleInstance::Outcome::primary:
+        case lorvane::SingleInstance::Outcome::noBus:
+            break;
+    }
+
+    lorvane::UnixSignalQuit signalQuit;
+    lorvane::DesktopApp desktop;
+    lorvane::AppDelegate& delegate = desktop.delegate();
+    instance.reopenRequested = [&delegate] {
+        bool visibleWindows = false;
+        for (const QWidget* window : QApplication::topLevelWidgets()) visibleWindows |= window->isVisible();
+        delegate.applicationShouldHandleReopen(visibleWindows);
+    };
+    QObject::connect(&app, &QCoreApplication::aboutToQuit, [&delegate] { delegate.applicationWillTerminate(); });
+    delegate.applicationDidFinishLaunching();
     return app.exec();
 }

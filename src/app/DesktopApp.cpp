@@ -1,0 +1,43 @@
+#include "app/DesktopApp.h"
+
+#include <QCoreApplication>
+
+#include "Version.h"
+#include "core/app/SettingsText.h"
+#include "platform/linux/QSettingsStore.h"
+#include "ui/shell/SettingsWindow.h"
+#include "ui/shell/TrayMenu.h"
+
+namespace lorvane {
+
+void QtApplicationTerminator::terminate() { QCoreApplication::quit(); }
+
+DesktopApp::DesktopApp() : loginItem_(QCoreApplication::applicationFilePath()) {
+    AppEnvironment environment;
+    environment.defaults = std::make_shared<QSettingsStore>();
+    environment.mainQueue = &mainQueue_;
+    environment.dates = &dates_;
+    environment.loginItem = &loginItem_;
+    environment.alerts = &alerts_;
+    environment.audioSettings = &soundSettings_;
+    environment.application = &terminator_;
+    environment.factories = makeFactories();
+    delegate_ = std::make_unique<AppDelegate>(std::move(environment));
+}
+
+DesktopApp::~DesktopApp() = default;
+
+AppFactories DesktopApp::makeFactories() {
+    AppFactories factories;
+    factories.makeSettingsWindow = [](OverlayPreferences& preferences, VisualizerModel& model, SettingsActions actions,
+                                      bool launchAtLoginEnabled) -> std::unique_ptr<SettingsWindowPresenting> {
+        const QString version = QString::fromStdString(versionText(LORVANE_VERSION, LORVANE_BUILD));
+        return std::make_unique<SettingsWindow>(preferences, model, std::move(actions), launchAtLoginEnabled, version);
+    };
+    factories.makeStatusMenu = [](MenuCommandHandler handler) -> std::unique_ptr<StatusMenuPresenting> {
+        return std::make_unique<TrayMenu>(std::move(handler));
+    };
+    return factories;
+}
+
+}  // namespace lorvane

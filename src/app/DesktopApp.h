@@ -1,0 +1,40 @@
+#pragma once
+// The whole program on a Linux desktop: the real services, windows and monitors behind the
+// application controller. Built once by main() on the GUI thread.
+
+#include <memory>
+
+#include "core/Clock.h"
+#include "core/app/AppDelegate.h"
+#include "platform/linux/SoundSettingsLauncher.h"
+#include "platform/linux/XdgAutostartLoginItem.h"
+#include "platform/qt/QtMainQueue.h"
+#include "ui/shell/MessageBoxAlert.h"
+
+namespace lorvane {
+
+class QtApplicationTerminator final : public ApplicationTerminating {
+public:
+    void terminate() override;
+};
+
+class DesktopApp {
+public:
+    DesktopApp();
+    ~DesktopApp();
+
+    AppDelegate& delegate() { return *delegate_; }
+
+private:
+    AppFactories makeFactories();
+
+    QtMainQueue mainQueue_;
+    ReferenceDateClock dates_;
+    XdgAutostartLoginItem loginItem_;
+    MessageBoxAlert alerts_;
+    SoundSettingsLauncher soundSettings_;
+    QtApplicationTerminator terminator_;
+    std::unique_ptr<AppDelegate> delegate_;
+};
+
+}  // namespace lorvane
