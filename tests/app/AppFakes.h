@@ -182,7 +182,9 @@ public:
 // A controller over fakes, with the store, the clock and the main queue under the test's hand.
 class AppHarness {
 public:
-    explicit AppHarness(std::shared_ptr<MemoryKeyValueStore> store = std::make_shared<MemoryKeyValueStore>())
+    // `adjust` may replace parts of the environment (for example the real tray or settings window).
+    explicit AppHarness(std::shared_ptr<MemoryKeyValueStore> store = std::make_shared<MemoryKeyValueStore>(),
+                        const std::function<void(AppEnvironment&)>& adjust = {})
         : store(std::move(store)), clock(10'000.0), queue(&clock) {
         AppEnvironment environment;
         environment.defaults = this->store;
@@ -226,6 +228,7 @@ public:
             runs.push_back(run);
             return std::make_unique<FakeAudioMonitor>(journal, run);
         };
+        if (adjust) adjust(environment);
         app = std::make_unique<AppDelegate>(std::move(environment));
     }
 

@@ -1,21 +1,19 @@
 #include "ui/shell/SettingsView.h"
 
-#include <QApplication>
 #include <QCheckBox>
 #include <QFrame>
 #include <QGridLayout>
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QPainter>
 #include <QPushButton>
 #include <QScrollArea>
-#include <QStyle>
 #include <QTabWidget>
 #include <QTimer>
 #include <QVBoxLayout>
 
 #include "ui/shell/SegmentedPicker.h"
 #include "ui/shell/SwatchButton.h"
+#include "ui/shell/SymbolIcon.h"
 #include "ui/shell/WaveformIcon.h"
 
 namespace lorvane {
@@ -25,10 +23,6 @@ namespace {
 constexpr int pagePadding = 28;
 
 QString qText(std::string_view text) { return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())); }
-
-QIcon themed(const char* name, QStyle::StandardPixmap fallback) {
-    return QIcon::fromTheme(QString::fromLatin1(name), QApplication::style()->standardIcon(fallback));
-}
 
 QFrame* divider(QWidget* parent) {
     auto* line = new QFrame(parent);
@@ -79,34 +73,18 @@ QWidget* scrollingPage(const std::vector<QWidget*>& sections) {
     return scroll;
 }
 
-// The icon drawn in one colour, as a symbol tinted with the accent colour.
-QPixmap tinted(const QIcon& icon, int size, const QColor& color) {
-    QPixmap pixmap = icon.pixmap(size, size);
-    if (pixmap.isNull()) return pixmap;
-    QPainter painter(&pixmap);
-    painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
-    painter.fillRect(pixmap.rect(), color);
-    return pixmap;
-}
-
-QIcon playerIcon(MusicPlayer player) {
+Symbol playerSymbol(MusicPlayer player) {
     switch (player) {
         case MusicPlayer::appleMusic:
-            return themed("audio-x-generic", QStyle::SP_MediaPlay);
+            return Symbol::musicNote;
         case MusicPlayer::qqMusic:
-            return themed("view-media-playlist", QStyle::SP_FileDialogListView);
+            return Symbol::musicNoteList;
         case MusicPlayer::netEaseMusic:
-            return waveformTrayIcon();
+            return Symbol::waveformCircle;
         case MusicPlayer::spotify:
-            return themed("network-wireless", QStyle::SP_DriveNetIcon);
+            return Symbol::radioWaves;
     }
-    return {};
-}
-
-QIcon statusIcon(const QString& name) {
-    if (name == QStringLiteral("dialog-warning")) return themed("dialog-warning", QStyle::SP_MessageBoxWarning);
-    if (name == QStringLiteral("audio-volume-muted")) return themed("audio-volume-muted", QStyle::SP_MediaVolumeMuted);
-    return QIcon::fromTheme(name, QApplication::style()->standardIcon(QStyle::SP_MediaVolume));
+    return Symbol::musicNote;
 }
 
 }  // namespace
@@ -124,13 +102,11 @@ SettingsView::SettingsView(OverlayPreferences& preferences, VisualizerModel& vis
     layout->setContentsMargins(0, 0, 0, 0);
     tabs_ = new QTabWidget(this);
     tabs_->setDocumentMode(true);
-    tabs_->addTab(makeDisplayTab(), waveformTrayIcon(), qText(label(SettingsTab::display)));
-    tabs_->addTab(makePlayersTab(), themed("view-media-playlist", QStyle::SP_FileDialogListView),
-                  qText(label(SettingsTab::players)));
-    tabs_->addTab(makeAudioTab(), themed("audio-volume-medium", QStyle::SP_MediaVolume),
-                  qText(label(SettingsTab::audio)));
-    tabs_->addTab(makeGeneralTab(), themed("preferences-system", QStyle::SP_ComputerIcon),
-                  qText(label(SettingsTab::general)));
+    const QColor text = palette().color(QPalette::WindowText);
+    tabs_->addTab(makeDisplayTab(), symbolIcon(Symbol::waveform, text), qText(label(SettingsTab::display)));
+    tabs_->addTab(makePlayersTab(), symbolIcon(Symbol::musicNoteList, text), qText(label(SettingsTab::players)));
+    tabs_->addTab(makeAudioTab(), symbolIcon(Symbol::speakerWave, text), qText(label(SettingsTab::audio)));
+    tabs_->addTab(makeGeneralTab(), symbolIcon(Symbol::gear, text), qText(label(SettingsTab::general)));
     layout->addWidget(tabs_);
 
     refreshPreferences();
@@ -153,19 +129,19 @@ void SettingsView::setSelectedTab(SettingsTab tab) { tabs_->setCurrentIndex(stat
 
 QWidget* SettingsView::page(SettingsTab tab) const { return tabs_->widget(static_cast<int>(caseIndex(tab))); }
 
-QString SettingsView::statusIconName(AudioCaptureStatus status) {
+Symbol SettingsView::statusSymbol(AudioCaptureStatus status) {
     switch (status) {
-        case AudioCaptureStatus::live:
-            return QStringLiteral("audio-volume-high");
-        case AudioCaptureStatus::permissionRequired:
-            return QStringLiteral("dialog-warning");
-        case AudioCaptureStatus::protectedAudio:
-            return QStringLiteral("audio-volume-muted");
         case AudioCaptureStatus::waiting:
         case AudioCaptureStatus::fallback:
-            return QStringLiteral("audio-volume-medium");
+            return Symbol::waveformCircle;
+        case AudioCaptureStatus::live:
+            return Symbol::waveformCircleFill;
+        case AudioCaptureStatus::permissionRequired:
+            return Symbol::exclamationShield;
+        case AudioCaptureStatus::protectedAudio:
+            return Symbol::speakerSlashCircle;
     }
-    return QStringLiteral("audio-volume-medium");
+    return Symbol::waveformCircle;
 }
 
 // MARK: Tabs
@@ -247,7 +223,7 @@ QWidget* SettingsView::makePlayerRow(MusicPlayer player) {
     auto* icon = new QLabel(row);
     icon->setFixedWidth(24);
     icon->setAlignment(Qt::AlignCenter);
-    icon->setPixmap(tinted(playerIcon(player), 18, palette().color(QPalette::Highlight)));
+    icon->setPixmap(paintSymbol(playerSymbol(player), 20, palette().color(QPalette::Highlight), devicePixelRatioF()));
     layout->addWidget(icon);
     layout->addWidget(new QLabel(qText(title(player)), row));
     layout->addStretch(1);
@@ -292,9 +268,9 @@ QWidget* SettingsView::makeAudioTab() {
     statusRow->addWidget(statusText_, 1);
     detectionLayout->addLayout(statusRow);
     auto* buttons = new QHBoxLayout;
-    retry_ = new QPushButton(themed("view-refresh", QStyle::SP_BrowserReload), QStringLiteral("Retry"), detection);
-    permissions_ = new QPushButton(themed("preferences-desktop-sound", QStyle::SP_DialogOpenButton),
-                                   QStringLiteral("System Permissions"), detection);
+    const QColor text = palette().color(QPalette::ButtonText);
+    retry_ = new QPushButton(symbolIcon(Symbol::arrowClockwise, text), QStringLiteral("Retry"), detection);
+    permissions_ = new QPushButton(symbolIcon(Symbol::lockShield, text), QStringLiteral("System Permissions"), detection);
     for (QPushButton* button : {retry_, permissions_}) button->setAutoDefault(false);
     buttons->addWidget(retry_);
     buttons->addWidget(permissions_);
@@ -382,10 +358,10 @@ void SettingsView::refreshModel() {
     const AudioCaptureStatus status = visualizerModel_.captureStatus();
     const QString text = QString::fromStdString(audioStatusText(status, visualizerModel_.audioLevel()));
     if (statusText_->text() != text) statusText_->setText(text);
-    const QString iconName = statusIconName(status);
-    if (statusIcon_->property("iconName").toString() != iconName) {
-        statusIcon_->setProperty("iconName", iconName);
-        statusIcon_->setPixmap(statusIcon(iconName).pixmap(22, 22));
+    const Symbol symbol = statusSymbol(status);
+    if (!shownStatusSymbol_ || *shownStatusSymbol_ != symbol) {
+        shownStatusSymbol_ = symbol;
+        statusIcon_->setPixmap(paintSymbol(symbol, 22, palette().color(QPalette::Highlight), devicePixelRatioF()));
     }
 }
 

@@ -5,11 +5,13 @@
 #include <QWidget>
 #include <array>
 #include <map>
+#include <optional>
 
 #include "core/OverlayPreferences.h"
 #include "core/VisualizerModel.h"
 #include "core/app/SettingsActions.h"
 #include "core/app/SettingsText.h"
+#include "ui/shell/SymbolIcon.h"
 
 class QCheckBox;
 class QLabel;
@@ -35,8 +37,9 @@ public:
     QTabWidget* tabs() const { return tabs_; }
     QWidget* page(SettingsTab tab) const;
 
-    // The status row's icon name, for the audio status.
-    static QString statusIconName(AudioCaptureStatus status);
+    // The status row's symbol for a capture status.
+    static Symbol statusSymbol(AudioCaptureStatus status);
+    Symbol shownStatusSymbol() const { return shownStatusSymbol_.value_or(Symbol::waveformCircle); }
 
 private:
     QWidget* makeDisplayTab();
@@ -71,6 +74,7 @@ private:
     QPushButton* retry_ = nullptr;
     QPushButton* permissions_ = nullptr;
     QCheckBox* launchAtLogin_ = nullptr;
+    std::optional<Symbol> shownStatusSymbol_;
 
     // Observers are told before a change, so the view redraws on the next event-loop turn; many changes
     // in one turn (five per audio frame) give one refresh.

@@ -1,0 +1,217 @@
+// The Linux stand-ins of the login item and of the sound settings, on real files and processes.
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+#include <QTextStream>
+
+#include "app/QtTestEnvironment.h"
+#include "platform/linux/SoundSettingsLauncher.h"
+#include "platform/linux/XdgAutostartLoginItem.h"
+
+using namespace lorvane;
+using namespace lorvane::test;
+
+namespace {
+
+[[maybe_unused]] auto* const environment = ::testing::AddGlobalTestEnvironment(new QtTestEnvironment);
+
+QString readAll(const QString& path) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) return {};
+    return QString::fromUtf8(file.readAll());
+}
+
+void writeFile(const QString& path, const QString& text) {
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(text.toUtf8());
+}
+
+class AutostartTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(root.isValid()); }
+    QString user() const { return root.filePath("config/autostart"); }
+    QString system() const { return root.filePath("xdg/autostart"); }
+    XdgAutostartLoginItem item(const QString& executable = "/usr/bin/lorvane") const {
+        return XdgAutostartLoginItem(executable, user(), {system()});
+    }
+    QTemporaryDir root;
+};
+
+}  // namespace
+
+// MARK: Launch at login
+
+TEST_F(AutostartTest, OffWithoutAnEntry) { EXPECT_FALSE(item().isEnabled()); }
+
+TEST_F(AutostartTest, RegisteringWritesADesktopEntryThatStartsTheProgram) {
+    auto login = item("/opt/lorvane/bin/lorvane");
+    EXPECT_EQ(login.registerItem(), std::nullopt);
+    EXPECT_TRUE(login.isEnabled());
+    const QString text = readAll(login.userEntryPath());
+    EXPECT_TRUE(text.startsWith("[Desktop Entry]\n"));
+    EXPECT_TRUE(text.contains("\nType=Application\n"));
+    EXPECT_TRUE(text.contains("\nName=Lorvane\n"));
+    EXPECT_TRUE(text.contains("\nExec=/opt/lorvane/bin/lorvane\n"));
+    EXPECT_FALSE(text.contains("Hidden=true"));
+    EXPECT_EQ(QFileInfo(login.userEntryPath()).fileName(), "lorvane.desktop");
+    // Written atomically: nothing but the entry is left in the folder.
+    EXPECT_EQ(QDir(user()).entryList(QDir::Files | QDir::Hidden), QStringList{"lorvane.desktop"});
+}
+
+TEST_F(AutostartTest, UnregisteringRemovesTheEntry) {
+    auto login = item();
+    ASSERT_EQ(login.registerItem(), std::nullopt);
+    EXPECT_EQ(login.unregisterItem(), std::nullopt);
+    EXPECT_FALSE(login.isEnabled());
+    EXPECT_FALSE(QFileInfo::exists(login.userEntryPath()));
+    // Unregistering twice is harmless.
+    EXPECT_EQ(login.unregisterItem(), std::nullopt);
+}
+
+TEST_F(AutostartTest, AHiddenEntryCountsAsOff) {
+    auto login = item();
+    writeFile(login.userEntryPath(), "[Desktop Entry]\nType=Application\nExec=lorvane\nHidden=true\n");
+    EXPECT_FALSE(login.isEnabled());
+    writeFile(login.userEntryPath(), "[Desktop Entry]\nType=Application\nExec=lorvane\nX-GNOME-Autostart-enabled=false\n");
+    EXPECT_FALSE(login.isEnabled());
+    writeFile(login.userEntryPath(), "[Desktop Entry]\nType=Application\nExec=lorvane\nHidden=false\n");
+    EXPECT_TRUE(login.isEnabled());
+}
+
+TEST_F(AutostartTest, AFileThatIsNoDesktopEntryCountsAsOff) {
+    auto login = item();
+    writeFile(login.userEntryPath(), "garbage\n\x01\x02 Hidden=false\n");
+    EXPECT_FALSE(login.isEnabled());
+    // Registering replaces it with a proper entry.
+    EXPECT_EQ(login.registerItem(), std::nullopt);
+    EXPECT_TRUE(login.isEnabled());
+}
+
+TEST_F(AutostartTest, ChangesMadeBehindTheProgramsBackAreSeen) {
+    auto login = item();
+    EXPECT_FALSE(login.isEnabled());
+    writeFile(login.userEntryPath(), "[Desktop Entry]\nType=Application\nExec=lorvane\n");
+    EXPECT_TRUE(login.isEnabled());
+    ASSERT_TRUE(QFile::remove(login.userEntryPath()));
+    EXPECT_FALSE(login.isEnabled());
+}
+
+TEST_F(AutostartTest, ASystemEntryIsHiddenForThisUserWhenUnregistering) {
+    auto login = item();
+    writeFile(system() + "/lorvane.desktop", "[Desktop Entry]\nType=Application\nExec=lorvane\n");
+    EXPECT_TRUE(login.isEnabled());
+    EXPECT_EQ(login.unregisterItem(), std::nullopt);
+    EXPECT_FALSE(login.isEnabled());
+    EXPECT_TRUE(readAll(login.userEntryPath()).contains("\nHidden=true\n"));
+    EXPECT_TRUE(QFileInfo::exists(system() + "/lorvane.desktop"));
+    EXPECT_EQ(login.registerItem(), std::nullopt);
+    EXPECT_TRUE(login.isEnabled());
+}
+
+TEST_F(AutostartTest, AnUnwritableFolderGivesAnErrorTextAndNoChange) {
+    if (::geteuid() == 0) {
+        // Root writes through permissions; a file in the folder's place blocks it for everyone.
+        writeFile(root.filePath("config/autostart"), "not a folder");
+    } else {
+        ASSERT_TRUE(QDir().mkpath(user()));
+        ASSERT_EQ(::chmod(QFile::encodeName(user()).constData(), 0500), 0);
+    }
+    auto login = item();
+    const auto error = login.registerItem();
+    ASSERT_TRUE(error);
+    EXPECT_FALSE(error->empty());
+    EXPECT_FALSE(login.isEnabled());
+    if (::geteuid() != 0) ::chmod(QFile::encodeName(user()).constData(), 0700);
+}
+
+TEST(AutostartExec, ProgramPathsAreQuotedAsDesktopEntriesRequire) {
+    EXPECT_EQ(XdgAutostartLoginItem::execValue("/usr/bin/lorvane"), "/usr/bin/lorvane");
+    EXPECT_EQ(XdgAutostartLoginItem::execValue("/home/a b/lorvane"), "\"/home/a b/lorvane\"");
+    EXPECT_EQ(XdgAutostartLoginItem::execValue("/opt/$x/lorvane"), "\"/opt/\\\\$x/lorvane\"");
+    EXPECT_EQ(XdgAutostartLoginItem::execValue("/opt/100%/lorvane"), "\"/opt/100%%/lorvane\"");
+}
+
+// MARK: Sound settings
+
+namespace {
+
+// A folder of stand-in programs that note their arguments in a file when run.
+class FakePrograms {
+public:
+    FakePrograms() { EXPECT_TRUE(dir.isValid()); }
+    void add(const QString& name) {
+        const QString path = dir.filePath(name);
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        QTextStream(&file) << "#!/bin/sh\necho \"" << name << " $*\" > \"" << marker() << ".tmp\" && mv \""
+                           << marker() << ".tmp\" \"" << marker() << "\"\n";
+        file.close();
+        ASSERT_TRUE(QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    }
+    QString marker() const { return dir.filePath("ran.txt"); }
+    QStringList paths() const { return {dir.path()}; }
+    QTemporaryDir dir;
+};
+
+}  // namespace
+
+TEST(SoundSettings, TheDesktopsOwnPageComesFirst) {
+    const auto first = [](const QString& desktop) {
+        return SoundSettingsLauncher(desktop, {"/nonexistent"}).candidates().front().program;
+    };
+    EXPECT_EQ(first("GNOME"), "gnome-control-center");
+    EXPECT_EQ(first("ubuntu:GNOME"), "gnome-control-center");
+    EXPECT_EQ(first("KDE"), "systemsettings");
+    EXPECT_EQ(first("X-Cinnamon"), "cinnamon-settings");
+    EXPECT_EQ(first("MATE"), "mate-volume-control");
+    EXPECT_EQ(first("LXQt"), "pavucontrol-qt");
+    // Elsewhere a plain mixer comes first.
+    EXPECT_EQ(first("XFCE"), "pavucontrol");
+    EXPECT_EQ(first(""), "pavucontrol");
+    const auto kde = SoundSettingsLauncher("KDE", {"/nonexistent"}).candidates();
+    EXPECT_EQ(kde.front().arguments, QStringList{"kcm_pulseaudio"});
+    // No program is listed twice.
+    const auto lxqt = SoundSettingsLauncher("LXQt", {"/nonexistent"}).candidates();
+    EXPECT_EQ(std::count_if(lxqt.begin(), lxqt.end(), [](const auto& p) { return p.program == "pavucontrol-qt"; }), 1);
+}
+
+TEST(SoundSettings, OpensTheFirstInstalledProgram) {
+    FakePrograms programs;
+    programs.add("mate-volume-control");
+    programs.add("pavucontrol");
+    SoundSettingsLauncher launcher("XFCE", programs.paths());
+    const auto chosen = launcher.firstAvailable();
+    ASSERT_TRUE(chosen);
+    EXPECT_EQ(chosen->program, programs.dir.filePath("pavucontrol"));
+    launcher.openAudioCaptureSettings();
+    ASSERT_TRUE(waitUntil([&] { return QFileInfo::exists(programs.marker()); }));
+    EXPECT_EQ(readAll(programs.marker()).trimmed(), "pavucontrol");
+}
+
+TEST(SoundSettings, PassesThePageToTheDesktopsSettings) {
+    FakePrograms programs;
+    programs.add("gnome-control-center");
+    programs.add("pavucontrol");
+    SoundSettingsLauncher("GNOME", programs.paths()).openAudioCaptureSettings();
+    ASSERT_TRUE(waitUntil([&] { return QFileInfo::exists(programs.marker()); }));
+    EXPECT_EQ(readAll(programs.marker()).trimmed(), "gnome-control-center sound");
+}
+
+TEST(SoundSettings, NothingHappensWhenNoneIsInstalled) {
+    FakePrograms programs;
+    SoundSettingsLauncher launcher("GNOME", programs.paths());
+    EXPECT_FALSE(launcher.firstAvailable());
+    launcher.openAudioCaptureSettings();
+    drainEvents();
+    EXPECT_FALSE(QFileInfo::exists(programs.marker()));
+}
