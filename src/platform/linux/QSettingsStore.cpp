@@ -10,7 +10,7 @@ QString qKey(const std::string& key) { return QString::fromStdString(key); }
 }  // namespace
 
 QSettingsStore::QSettingsStore()
-    : QSettingsStore(QSettings(QSettings::IniFormat, QSettings::UserScope, "Tarnhollow", "Lorvane").fileName()) {}
+    : QSettingsStore(QSettings(QSettings::NativeFormat, QSettings::UserScope, "Tarnhollow", "Lorvane").fileName()) {}
 
 QSettingsStore::QSettingsStore(const QString& fileName)
     : settings_(std::make_unique<QSettings>(fileName, QSettings::IniFormat)) {
