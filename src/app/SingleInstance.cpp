@@ -27,7 +27,8 @@ SingleInstance::Outcome SingleInstance::claim() {
         }
         const QDBusMessage call =
             QDBusMessage::createMethodCall(service, path, QString::fromLatin1(interfaceName), QStringLiteral("Reopen"));
-        const QDBusMessage reply = bus_.call(call, QDBus::Block, 5000);
+        // The event loop keeps turning while waiting, so an instance in this very process can answer.
+        const QDBusMessage reply = bus_.call(call, QDBus::BlockWithGui, 5000);
         if (reply.type() == QDBusMessage::ReplyMessage) {
             bus_.unregisterObject(path);
             return Outcome::handedOver;

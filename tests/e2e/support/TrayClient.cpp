@@ -88,6 +88,28 @@ QVariant TrayClient::itemProperty(const QString& name) const {
     return unwrap(reply.arguments().first());
 }
 
+QString TrayClient::toolTipTitle() const {
+    const QVariant value = itemProperty(QStringLiteral("ToolTip"));
+    if (value.userType() != qMetaTypeId<QDBusArgument>()) return {};
+    // (icon name, icon pixmaps a(iiay), title, description)
+    const QDBusArgument argument = value.value<QDBusArgument>();
+    QString iconName, title, description;
+    argument.beginStructure();
+    argument >> iconName;
+    argument.beginArray();
+    while (!argument.atEnd()) {
+        int width = 0, height = 0;
+        QByteArray bytes;
+        argument.beginStructure();
+        argument >> width >> height >> bytes;
+        argument.endStructure();
+    }
+    argument.endArray();
+    argument >> title >> description;
+    argument.endStructure();
+    return title;
+}
+
 QString TrayClient::menuPath() const {
     const QVariant menu = itemProperty(QStringLiteral("Menu"));
     if (menu.userType() == qMetaTypeId<QDBusObjectPath>()) return menu.value<QDBusObjectPath>().path();

@@ -40,6 +40,8 @@ public:
     std::optional<QString> itemService() const;
     // A property of the item (org.kde.StatusNotifierItem), read afresh.
     QVariant itemProperty(const QString& name) const;
+    // The title of the item's tool tip.
+    QString toolTipTitle() const;
     // The whole menu, read afresh; nothing when the item or its menu does not answer.
     std::optional<MenuNode> layout() const;
     // Sends a click to an item, as a tray host does when the user chooses it.

@@ -1,0 +1,178 @@
+// The whole program on a private desktop (Xvfb + openbox, private bus and sound server):
+//   - time from launch to the tray icon (its StatusNotifier registration) and to the settings window;
+//   - resident memory while the wave shows live music (LORVANE_BENCH_LIVE_SECONDS, default 600);
+//   - CPU of the program over 60 s while music plays (compact band, 1920x1080) and while nothing plays.
+// Run: build/bench/app/app_bench [--benchmark_filter=...]
+
+#include <benchmark/benchmark.h>
+
+#include <unistd.h>
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QFile>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "AppDesktop.h"
+#include "TestPlayerProcess.h"
+#include "support/PulsePlayer.h"
+
+using namespace lorvane::test;
+using namespace std::chrono_literals;
+
+namespace {
+
+double residentMegabytes(qint64 pid) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    std::string line;
+    while (std::getline(status, line)) {
+        if (line.rfind("VmRSS:", 0) == 0) return std::stod(line.substr(6)) / 1024.0;
+    }
+    return 0;
+}
+
+// User plus system time of all the process's threads, in seconds.
+double cpuSeconds(qint64 pid) {
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+    const auto close = text.rfind(')');
+    if (close == std::string::npos) return 0;
+    std::istringstream fields(text.substr(close + 2));
+    std::string field;
+    double utime = 0, stime = 0;
+    for (int index = 3; fields >> field; ++index) {
+        if (index == 14) utime = std::stod(field);
+        if (index == 15) {
+            stime = std::stod(field);
+            break;
+        }
+    }
+    return (utime + stime) / static_cast<double>(::sysconf(_SC_CLK_TCK));
+}
+
+void sleepTurning(std::chrono::milliseconds duration) {
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < duration.count()) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+        std::this_thread::sleep_for(50ms);
+    }
+}
+
+bool waitForLive(AppDesktop& desktop) {
+    return waitFor([&] {
+        const auto menu = desktop.tray().layout();
+        const MenuNode* audio = menu ? menu->findPrefix(QStringLiteral("Audio Analysis: Live ")) : nullptr;
+        return audio != nullptr;
+    }, 30s);
+}
+
+struct Music {
+    explicit Music(AppDesktop& desktop)
+        : sound(PulsePlayer::musicLike()),
+          spotify(desktop.bus().address(), {"--name", "spotify", "--identity", "Spotify", "--desktop-entry", "spotify",
+                                            "--status", "Playing", "--volume", "0.8"}) {}
+    bool ready() { return sound.waitUntilPlaying(10s) && spotify.isReady(); }
+    PulsePlayer sound;
+    TestPlayerProcess spotify;
+};
+
+void BM_LaunchToTrayAndSettingsWindow(benchmark::State& state) {
+    AppDesktop desktop;
+    if (!desktop.ready()) return state.SkipWithError(desktop.error().c_str());
+    double trayTotal = 0, windowTotal = 0;
+    for (auto _ : state) {
+        ChildProcess lorvane;
+        QElapsedTimer clock;
+        clock.start();
+        if (!desktop.launch(lorvane)) return state.SkipWithError("launch failed");
+        double tray = -1, window = -1;
+        waitFor([&] {
+            if (tray < 0 && !desktop.tray().registeredItems().isEmpty()) tray = clock.nsecsElapsed() / 1e6;
+            if (window < 0 && !desktop.windowsNamed("Lorvane Settings", true).empty()) window = clock.nsecsElapsed() / 1e6;
+            return tray >= 0 && window >= 0;
+        }, 30s);
+        if (tray < 0 || window < 0) return state.SkipWithError("no tray icon or settings window");
+        state.SetIterationTime(std::max(tray, window) / 1000.0);
+        trayTotal += tray;
+        windowTotal += window;
+        lorvane.terminate();
+        waitFor([&] { return desktop.tray().registeredItems().isEmpty(); }, 10s);
+    }
+    state.counters["tray_ms"] = benchmark::Counter(trayTotal, benchmark::Counter::kAvgIterations);
+    state.counters["settings_window_ms"] = benchmark::Counter(windowTotal, benchmark::Counter::kAvgIterations);
+}
+BENCHMARK(BM_LaunchToTrayAndSettingsWindow)->Iterations(5)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+void BM_ResidentMemoryWhileLive(benchmark::State& state) {
+    const int seconds = qEnvironmentVariableIsSet("LORVANE_BENCH_LIVE_SECONDS")
+                            ? qEnvironmentVariableIntValue("LORVANE_BENCH_LIVE_SECONDS")
+                            : 600;
+    for (auto _ : state) {
+        AppDesktop desktop;
+        if (!desktop.ready()) return state.SkipWithError(desktop.error().c_str());
+        ChildProcess lorvane;
+        if (!desktop.launchAndWaitForTray(lorvane)) return state.SkipWithError("launch failed");
+        Music music(desktop);
+        if (!music.ready() || !waitForLive(desktop)) return state.SkipWithError("the wave did not go live");
+        sleepTurning(5s);
+        const double start = residentMegabytes(lorvane.pid());
+        double peak = start;
+        for (int elapsed = 0; elapsed < seconds; elapsed += 10) {
+            sleepTurning(10s);
+            peak = std::max(peak, residentMegabytes(lorvane.pid()));
+        }
+        const double end = residentMegabytes(lorvane.pid());
+        state.counters["rss_start_MB"] = start;
+        state.counters["rss_end_MB"] = end;
+        state.counters["rss_peak_MB"] = peak;
+        state.counters["live_seconds"] = seconds;
+        state.counters["rss_growth_MB_per_10min"] = (end - start) * 600.0 / std::max(1, seconds);
+        lorvane.terminate();
+    }
+}
+BENCHMARK(BM_ResidentMemoryWhileLive)->Iterations(1)->Unit(benchmark::kSecond);
+
+void cpuOverAMinute(benchmark::State& state, bool playing) {
+    for (auto _ : state) {
+        AppDesktop desktop;
+        if (!desktop.ready()) return state.SkipWithError(desktop.error().c_str());
+        ChildProcess lorvane;
+        if (!desktop.launchAndWaitForTray(lorvane)) return state.SkipWithError("launch failed");
+        std::unique_ptr<Music> music;
+        if (playing) {
+            music = std::make_unique<Music>(desktop);
+            if (!music->ready() || !waitForLive(desktop)) return state.SkipWithError("the wave did not go live");
+        }
+        // Let start-up work settle, then measure one minute.
+        sleepTurning(5s);
+        const double before = cpuSeconds(lorvane.pid());
+        QElapsedTimer clock;
+        clock.start();
+        sleepTurning(60s);
+        const double used = cpuSeconds(lorvane.pid()) - before;
+        const double wall = clock.nsecsElapsed() / 1e9;
+        state.counters["cpu_percent_of_one_core"] = 100.0 * used / wall;
+        state.counters["rss_MB"] = residentMegabytes(lorvane.pid());
+        lorvane.terminate();
+    }
+}
+
+void BM_CpuWhileMusicPlays(benchmark::State& state) { cpuOverAMinute(state, true); }
+void BM_CpuWhileNothingPlays(benchmark::State& state) { cpuOverAMinute(state, false); }
+BENCHMARK(BM_CpuWhileMusicPlays)->Iterations(1)->Unit(benchmark::kSecond);
+BENCHMARK(BM_CpuWhileNothingPlays)->Iterations(1)->Unit(benchmark::kSecond);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
