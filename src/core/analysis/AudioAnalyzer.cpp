@@ -62,6 +62,21 @@ const BandTable& bandTable() {
     return table;
 }
 
+// out[i] = a[i] × b[i], eight at a time (any alignment).
+void multiply(const float* a, const float* b, float* out, std::size_t count) {
+    using Lanes = float __attribute__((vector_size(32)));
+    const std::size_t whole = count - count % 8;
+    for (std::size_t i = 0; i < whole; i += 8) {
+        Lanes x;
+        Lanes y;
+        std::memcpy(&x, a + i, sizeof x);
+        std::memcpy(&y, b + i, sizeof y);
+        const Lanes product = x * y;
+        std::memcpy(out + i, &product, sizeof product);
+    }
+    for (std::size_t i = whole; i < count; ++i) out[i] = a[i] * b[i];
+}
+
 double bandValue(float mean) {
     const double value = (20.0 * std::log10(std::max(static_cast<double>(mean), 0.0000001)) + 92.0) / 68.0;
     if (value <= 0) return 0;
@@ -243,7 +258,7 @@ std::vector<double> AudioAnalyzer::spectrum(std::span<const float> samples) {
     if (samples.size() != windowSize) {
         out = state_->previousSpectrum;
     } else {
-        for (std::size_t n = 0; n < windowSize; ++n) fft_->input[n] = samples[n] * fft_->window[n];
+        multiply(samples.data(), fft_->window.data(), fft_->input, windowSize);
         fft_->bands(out);
     }
     return {out.begin(), out.end()};
@@ -257,10 +272,8 @@ AudioVisualizationFrame AudioAnalyzer::publishFrame(double now) {
     std::array<double, bandCount>& spectrum = s.scratch;
     if (s.filled == windowSize) {
         const std::size_t tail = windowSize - s.writePos;
-        float* input = fft_->input;
-        const float* window = fft_->window.data();
-        for (std::size_t n = 0; n < tail; ++n) input[n] = s.ring[s.writePos + n] * window[n];
-        for (std::size_t n = tail; n < windowSize; ++n) input[n] = s.ring[n - tail] * window[n];
+        multiply(s.ring.data() + s.writePos, fft_->window.data(), fft_->input, tail);
+        multiply(s.ring.data(), fft_->window.data() + tail, fft_->input + tail, windowSize - tail);
         fft_->bands(spectrum);
     } else {
         spectrum = s.previousSpectrum;
