@@ -90,7 +90,7 @@ void PerBufferStep(benchmark::State& state) {
 }
 BENCHMARK(PerBufferStep);
 
-// Steps 8-16 on a full accumulator: spectrum, flux, beat, tempo, smoothing and the frame.
+// The publish step on a full accumulator: spectrum, flux, beat, tempo, smoothing and the frame.
 void PublishStep(benchmark::State& state) {
     AudioAnalyzer analyzer;
     const auto music = stereoOf(musicLike(48000));
