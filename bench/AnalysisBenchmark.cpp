@@ -18,6 +18,7 @@
 #include <mutex>
 #include <numbers>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -291,10 +292,15 @@ class RatioReporter : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& reports) override {
         ConsoleReporter::ReportRuns(reports);
+        // With repetitions, the medians; otherwise the single run.
         for (const auto& run : reports) {
-            if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
-            const double seconds = run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
-            seconds_[run.benchmark_name()] = seconds;
+            if (run.error_occurred) continue;
+            const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+            if (run.run_type != Run::RT_Iteration && !median) continue;
+            const std::string name = run.run_name.str();
+            if (!median && medians_.count(name) != 0) continue;
+            if (median) medians_.insert(name);
+            seconds_[name] = run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
             const auto cpu = run.counters.find("x_realtime_cpu");
             if (cpu != run.counters.end()) toolCpuFactor_ = cpu->second.value;
         }
@@ -325,6 +331,7 @@ public:
 
 private:
     std::map<std::string, double> seconds_;
+    std::set<std::string> medians_;
     double toolCpuFactor_ = 0;
 };
 

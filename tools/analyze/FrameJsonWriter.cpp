@@ -23,7 +23,12 @@ void FrameJsonWriter::number(double value) {
     }
     const auto scaled = static_cast<std::uint64_t>(magnitude * 1e6 + 0.5);
     if (negative && scaled != 0) *end_++ = '-';
-    end_ = std::to_chars(end_, end_ + 24, scaled / 1000000).ptr;
+    const std::uint64_t whole = scaled / 1000000;
+    if (whole < 10) {
+        *end_++ = static_cast<char>('0' + whole);
+    } else {
+        end_ = std::to_chars(end_, end_ + 24, whole).ptr;
+    }
     auto fraction = static_cast<std::uint32_t>(scaled % 1000000);
     if (fraction == 0) return;
     int digits = 6;

@@ -39,7 +39,8 @@ constexpr double initialTempoFactor = 0.42;
 struct BandTable {
     std::array<int, bandCount> lo{};
     std::array<int, bandCount> hi{};
-    int highestBin = 0;  // one past the highest bin any band reads
+    std::array<bool, bandCount> repeatsPrevious{};  // same bins as the band below (bands 1-10 do)
+    int highestBin = 0;                             // one past the highest bin any band reads
 };
 
 const BandTable& bandTable() {
@@ -55,6 +56,7 @@ const BandTable& bandTable() {
             hi = std::min(std::max(hi, lo + 1), static_cast<int>(magnitudeCount));
             t.lo[b] = lo;
             t.hi[b] = hi;
+            t.repeatsPrevious[b] = b > 0 && t.lo[b - 1] == lo && t.hi[b - 1] == hi;
             t.highestBin = std::max(t.highestBin, hi);
         }
         return t;
@@ -129,6 +131,10 @@ struct AudioAnalyzer::Fft {
             magnitudes[static_cast<std::size_t>(k)] = 2.0f * std::sqrt(re * re + im * im);
         }
         for (std::size_t b = 0; b < bandCount; ++b) {
+            if (table.repeatsPrevious[b]) {
+                out[b] = out[b - 1];
+                continue;
+            }
             float sum = 0;
             for (int k = table.lo[b]; k < table.hi[b]; ++k) sum += magnitudes[static_cast<std::size_t>(k)];
             const float mean = sum / static_cast<float>(table.hi[b] - table.lo[b]) * (1.0f / 1024.0f);
