@@ -184,8 +184,24 @@ TEST_F(ProcFixture, SandboxDetailsAreReadOncePerProcessAndAgainWhenItsNameChange
     EXPECT_EQ(table.process(4242)->applicationIdentifier, "com.spotify.Client");  // not read again
     EXPECT_EQ(findIn(table.processes(), 4242)->applicationIdentifier, "com.spotify.Client");
 
-    proc.write("4242/comm", "Other\n");  // exec'd anew (or a new process with the same number)
-    EXPECT_EQ(findIn(table.processes(), 4242)->applicationIdentifier, "org.example.Changed");
+    // Exec'd anew (or a new process with the same number): a scan notices within its refresh period.
+    proc.write("4242/comm", "Other\n");
+    std::uint64_t scans = 0;
+    std::optional<ProcessInfo> seen;
+    while (scans < ProcessTable::nameRefreshScans) {
+        ++scans;
+        seen = findIn(table.processes(), 4242);
+        if (seen && seen->name == "Other") break;
+    }
+    ASSERT_TRUE(seen);
+    EXPECT_EQ(seen->name, "Other");
+    EXPECT_EQ(seen->applicationIdentifier, "org.example.Changed");
+
+    // A single lookup always reads the process afresh.
+    proc.write("4242/comm", "Again\n");
+    proc.write("4242/root/.flatpak-info", "[Application]\nname=org.example.Again\n");
+    EXPECT_EQ(table.process(4242)->applicationIdentifier, "org.example.Again");
+    EXPECT_EQ(findIn(table.processes(), 4242)->name, "Again");
 
     // A process that ended and a new one with the same number and name is read afresh too.
     std::filesystem::rename(std::filesystem::path(proc.path()) / "4242", std::filesystem::path(proc.path()) / "gone");

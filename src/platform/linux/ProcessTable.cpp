@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <charconv>
+#include <cstdio>
 #include <cstring>
 #include <string_view>
 #include <utility>
@@ -111,27 +112,39 @@ std::optional<std::string> ProcessTable::sandboxIdentifier(int rootFd, const cha
     return std::nullopt;
 }
 
-std::optional<ProcessInfo> ProcessTable::read(int rootFd, std::int32_t processIdentifier, const char* entryName,
-                                              std::unordered_map<std::int32_t, Details>& seen) {
+bool ProcessTable::read(int rootFd, const char* entryName, Details& details) {
+    // One path walk per process: the short name's file carries the same owner as the process's
+    // directory (both follow the process's effective user).
+    char path[32];
+    std::snprintf(path, sizeof path, "%s/comm", entryName);
+    const int fd = ::openat(rootFd, path, O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    if (fd < 0) return false;  // gone meanwhile
     struct stat status {};
-    if (::fstatat(rootFd, entryName, &status, 0) != 0 || !S_ISDIR(status.st_mode) || status.st_uid != owner_) {
-        return std::nullopt;
+    if (::fstat(fd, &status) != 0) {
+        ::close(fd);
+        return false;
     }
-    auto name = readSmallFile(rootFd, std::string(entryName) + "/comm", 64);
-    if (!name) return std::nullopt;  // gone meanwhile
-    if (!name->empty() && name->back() == '\n') name->pop_back();
+    if (status.st_uid != owner_) {
+        ::close(fd);
+        details.owned = false;
+        return true;
+    }
+    char buffer[64];
+    ssize_t got;
+    do {
+        got = ::read(fd, buffer, sizeof buffer);
+    } while (got < 0 && errno == EINTR);
+    ::close(fd);
+    if (got < 0) return false;
+    std::string_view name(buffer, static_cast<std::size_t>(got));
+    if (!name.empty() && name.back() == '\n') name.remove_suffix(1);
 
-    // The same process keeps its sandbox; a changed name (exec or a reused identifier) reads it anew.
-    Details details;
-    const auto cached = known_.find(processIdentifier);
-    if (cached != known_.end() && cached->second.name == *name) {
-        details = cached->second;
-    } else {
-        details.name = *name;
-        details.applicationIdentifier = sandboxIdentifier(rootFd, entryName);
-    }
-    seen[processIdentifier] = details;
-    return ProcessInfo{processIdentifier, std::move(details.name), std::move(details.applicationIdentifier)};
+    // The same process keeps its sandbox; a changed name (exec or a reused number) reads it anew.
+    if (details.owned && details.name == name) return true;
+    details.owned = true;
+    details.applicationIdentifier = sandboxIdentifier(rootFd, entryName);
+    details.name = std::string(name);
+    return true;
 }
 
 std::vector<ProcessInfo> ProcessTable::processes() {
@@ -139,16 +152,25 @@ std::vector<ProcessInfo> ProcessTable::processes() {
     DIR* directory = ::opendir(procRoot_.c_str());
     if (!directory) return result;
     const int rootFd = ::dirfd(directory);
-    std::unordered_map<std::int32_t, Details> seen;
-    seen.reserve(known_.size() + 16);
+    const std::uint64_t scan = ++scans_;
+    const std::uint64_t refreshTurn = scan % nameRefreshScans;
+    result.reserve(known_.size());
     while (const dirent* entry = ::readdir(directory)) {
         if (entry->d_name[0] < '1' || entry->d_name[0] > '9') continue;
         const auto processIdentifier = parseProcessIdentifier(entry->d_name);
         if (!processIdentifier) continue;
-        if (auto info = read(rootFd, *processIdentifier, entry->d_name, seen)) result.push_back(std::move(*info));
+        const auto [found, isNew] = known_.try_emplace(*processIdentifier);
+        Details& details = found->second;
+        const bool due = isNew || static_cast<std::uint64_t>(*processIdentifier) % nameRefreshScans == refreshTurn;
+        if (due && !read(rootFd, entry->d_name, details)) {
+            known_.erase(found);
+            continue;
+        }
+        details.seenInScan = scan;
+        if (details.owned) result.push_back({*processIdentifier, details.name, details.applicationIdentifier});
     }
     ::closedir(directory);
-    known_ = std::move(seen);  // forget processes that ended
+    std::erase_if(known_, [scan](const auto& entry) { return entry.second.seenInScan != scan; });  // ended
     return result;
 }
 
@@ -157,10 +179,16 @@ std::optional<ProcessInfo> ProcessTable::process(std::int32_t processIdentifier)
     const int rootFd = ::open(procRoot_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (rootFd < 0) return std::nullopt;
     const std::string entryName = std::to_string(processIdentifier);
-    auto info = read(rootFd, processIdentifier, entryName.c_str(), known_);
+    const auto [found, isNew] = known_.try_emplace(processIdentifier);
+    const bool present = read(rootFd, entryName.c_str(), found->second);
     ::close(rootFd);
-    if (!info) known_.erase(processIdentifier);
-    return info;
+    if (!present) {
+        known_.erase(found);
+        return std::nullopt;
+    }
+    if (isNew) found->second.seenInScan = scans_;
+    if (!found->second.owned) return std::nullopt;
+    return ProcessInfo{processIdentifier, found->second.name, found->second.applicationIdentifier};
 }
 
 }  // namespace lorvane

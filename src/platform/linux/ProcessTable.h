@@ -1,8 +1,10 @@
 #pragma once
 // The user's running processes as read from /proc: process name, and for sandboxed applications
-// the Flatpak application id or the snap name. Reads as little as it can: one stat and the short
-// name per process, and the sandbox details only once per process and only for processes that
-// live in another mount namespace than ours.
+// the Flatpak application id or the snap name. Reads as little as it can, since the monitor may
+// scan twice a second: the directory listing every time; owner and short name when a process is
+// first seen and then only every `nameRefreshScans` scans (a process that execs another program
+// keeps its number but changes its name); the sandbox details only when the name changes, and only
+// for processes that live in another mount namespace than ours.
 
 #include <sys/types.h>
 
@@ -24,23 +26,29 @@ struct ProcessInfo {
 
 class ProcessTable {
 public:
+    // A known process's owner and name are read again on one scan in this many.
+    static constexpr std::uint64_t nameRefreshScans = 10;
+
     // `procRoot` is a directory shaped like /proc; `owner` the user whose processes count
     // (the real user id when absent).
     explicit ProcessTable(std::string procRoot = "/proc", std::optional<uid_t> owner = std::nullopt);
 
     // Every process of the owner, in directory order.
     std::vector<ProcessInfo> processes();
-    // One process of the owner, without scanning the others.
+    // One process of the owner, read afresh, without scanning the others.
     std::optional<ProcessInfo> process(std::int32_t processIdentifier);
 
 private:
     struct Details {
+        bool owned = false;  // processes of other users are remembered too, so they cost nothing later
         std::string name;
         std::optional<std::string> applicationIdentifier;
+        std::uint64_t seenInScan = 0;
     };
 
-    std::optional<ProcessInfo> read(int rootFd, std::int32_t processIdentifier, const char* entryName,
-                                    std::unordered_map<std::int32_t, Details>& seen);
+    // Reads owner and name into `details` (and the sandbox when the name is new); false when the
+    // process is gone.
+    bool read(int rootFd, const char* entryName, Details& details);
     std::optional<std::string> sandboxIdentifier(int rootFd, const char* entryName);
     bool isInOwnMountNamespace(int rootFd, const char* entryName);
 
@@ -48,6 +56,7 @@ private:
     uid_t owner_;
     std::optional<std::string> ownMountNamespace_;
     bool ownMountNamespaceRead_ = false;
+    std::uint64_t scans_ = 0;
     // What earlier scans learnt, so the sandbox details are read once per process.
     std::unordered_map<std::int32_t, Details> known_;
 };
