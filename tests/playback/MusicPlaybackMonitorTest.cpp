@@ -497,3 +497,24 @@ TEST_F(MonitorTest, ReportComesAfterTheLastReadingIsSet) {
     ASSERT_TRUE(seenInsideCallback);
     EXPECT_EQ(*seenInsideCallback, reading(MusicPlayer::spotify, MusicPlaybackState::playing, 0.64));
 }
+
+TEST_F(MonitorTest, ScanRecognisesEachApplicationByItsOwnIdentifierAndName) {
+    // The same texts in the other field must not be taken for the identifier.
+    applications->applications = {{1, std::string(), std::string("com.spotify.client")},
+                                  {2, std::string("spotify"), std::nullopt}};
+    make(false);
+    monitor->start();
+    ASSERT_EQ(reports.size(), 1u);
+    EXPECT_EQ(reports[0], MusicPlaybackSnapshot::noPlayer());
+
+    applications->applications.push_back({3, std::string("com.spotify.client"), std::string()});
+    query->replies[MusicPlayer::spotify] = answer("paused|100");
+    queue.advance(0.5);
+    ASSERT_EQ(reports.size(), 2u);
+    EXPECT_EQ(reports[1], reading(MusicPlayer::spotify, MusicPlaybackState::paused, 0.8));
+
+    // Absent and empty names are alike.
+    applications->applications = {{4, std::nullopt, std::string("Spotify")}, {5, std::string(), std::string("Spotify")}};
+    queue.advance(0.5);
+    EXPECT_EQ(reports.size(), 2u);
+}

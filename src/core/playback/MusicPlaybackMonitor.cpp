@@ -91,7 +91,7 @@ void MusicPlaybackMonitor::checkPlayerFallbacks() {
     const MusicPlayerSet enabled = enabledPlayers_();
     MusicPlayerSet running;
     for (const auto& application : runningApplications_->runningApplications()) {
-        const auto player = resolveMusicPlayer(application.bundleIdentifier, application.localizedName);
+        const auto player = resolve(application);
         if (player && enabled.contains(*player)) running.insert(*player);
     }
 
@@ -144,6 +144,18 @@ double MusicPlaybackMonitor::systemOutputVolume() const {
     if (volume <= 0) volume = 0;
     if (volume > 1) volume = 1;
     return volume;
+}
+
+std::optional<MusicPlayer> MusicPlaybackMonitor::resolve(const RunningApplication& application) {
+    // Absent and empty inputs resolve alike, so one key serves both.
+    std::string key = application.bundleIdentifier.value_or(std::string());
+    key += '\0';
+    key += application.localizedName.value_or(std::string());
+    if (const auto found = resolved_.find(key); found != resolved_.end()) return found->second;
+    const auto player = resolveMusicPlayer(application.bundleIdentifier, application.localizedName);
+    if (resolved_.size() >= 4096) resolved_.clear();  // stays small on any real system
+    resolved_.emplace(std::move(key), player);
+    return player;
 }
 
 void MusicPlaybackMonitor::report(const MusicPlaybackSnapshot& snapshot) {

@@ -7,6 +7,8 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
+#include <unordered_map>
 
 #include "core/MainQueue.h"
 #include "core/Monitoring.h"
@@ -53,6 +55,7 @@ private:
     double systemOutputVolume() const;
     void advanceGeneration();
     void report(const MusicPlaybackSnapshot& snapshot);
+    std::optional<MusicPlayer> resolve(const RunningApplication& application);
 
     std::function<MusicPlayerSet()> enabledPlayers_;
     std::function<void(const MusicPlaybackSnapshot&)> snapshotDidChange_;
@@ -66,6 +69,9 @@ private:
     std::shared_ptr<PlayerStateQuery> playerStateQuery_;
     OutputVolume& outputVolume_;
     MainQueue& mainQueue_;
+    // Recognising a name is a pure function, and the scan meets the same few hundred names every
+    // half second: remember the outcomes.
+    std::unordered_map<std::string, std::optional<MusicPlayer>> resolved_;
     LifetimeToken lifetime_;
 };
 
