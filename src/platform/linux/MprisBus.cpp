@@ -1,0 +1,65 @@
+#include "platform/linux/MprisBus.h"
+
+#include <QDBusArgument>
+#include <QDBusMetaType>
+#include <QDBusPendingCallWatcher>
+#include <QDBusVariant>
+#include <QObject>
+#include <utility>
+
+namespace lorvane::mpris {
+
+void callAsync(const QDBusConnection& bus, const QDBusMessage& message, int timeoutMilliseconds, QObject* context,
+               std::function<void(const QDBusMessage&)> onReply) {
+    auto* watcher = new QDBusPendingCallWatcher(bus.asyncCall(message, timeoutMilliseconds), context);
+    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, context,
+                     [onReply = std::move(onReply)](QDBusPendingCallWatcher* finished) {
+                         finished->deleteLater();
+                         onReply(finished->reply());
+                     });
+}
+
+QDBusMessage propertyGet(const QString& service, const QString& interface, const QString& property) {
+    QDBusMessage message = QDBusMessage::createMethodCall(service, objectPath, propertiesInterface, QStringLiteral("Get"));
+    message << interface << property;
+    return message;
+}
+
+QDBusMessage propertyGetAll(const QString& service, const QString& interface) {
+    QDBusMessage message =
+        QDBusMessage::createMethodCall(service, objectPath, propertiesInterface, QStringLiteral("GetAll"));
+    message << interface;
+    return message;
+}
+
+QVariant unwrapped(const QVariant& value) {
+    if (value.metaType() == QMetaType::fromType<QDBusVariant>()) return value.value<QDBusVariant>().variant();
+    return value;
+}
+
+std::optional<QVariantMap> propertyMap(const QDBusMessage& reply) {
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) return std::nullopt;
+    const QVariant first = reply.arguments().constFirst();
+    if (first.metaType() == QMetaType::fromType<QVariantMap>()) return first.toMap();
+    if (first.metaType() != QMetaType::fromType<QDBusArgument>()) return std::nullopt;
+    const auto argument = first.value<QDBusArgument>();
+    if (argument.currentSignature() != QLatin1String("a{sv}")) return std::nullopt;
+    QVariantMap map;
+    argument >> map;
+    return map;
+}
+
+std::optional<QVariant> propertyValue(const QDBusMessage& reply) {
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) return std::nullopt;
+    return unwrapped(reply.arguments().constFirst());
+}
+
+std::optional<QString> stringProperty(const QVariantMap& properties, const QString& name) {
+    const auto found = properties.constFind(name);
+    if (found == properties.constEnd()) return std::nullopt;
+    const QVariant value = unwrapped(found.value());
+    if (value.metaType() != QMetaType::fromType<QString>()) return std::nullopt;
+    return value.toString();
+}
+
+}  // namespace lorvane::mpris
