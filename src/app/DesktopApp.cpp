@@ -4,6 +4,7 @@
 
 #include "Version.h"
 #include "core/app/SettingsText.h"
+#include "platform/linux/LinuxPlaybackMonitor.h"
 #include "platform/linux/QSettingsStore.h"
 #include "ui/shell/SettingsWindow.h"
 #include "ui/shell/TrayMenu.h"
@@ -36,6 +37,11 @@ AppFactories DesktopApp::makeFactories() {
     };
     factories.makeStatusMenu = [](MenuCommandHandler handler) -> std::unique_ptr<StatusMenuPresenting> {
         return std::make_unique<TrayMenu>(std::move(handler));
+    };
+    factories.makePlaybackMonitor = [this](EnabledPlayersSupplier enabledPlayers,
+                                           SnapshotCallback snapshotDidChange) -> std::unique_ptr<PlaybackMonitoring> {
+        return makeLinuxPlaybackMonitor(std::move(enabledPlayers), std::move(snapshotDidChange), outputVolume_,
+                                        mainQueue_);
     };
     return factories;
 }

@@ -18,6 +18,12 @@ public:
     void terminate() override;
 };
 
+// Full volume, until the sound server's volume is wired in.
+class FullOutputVolume final : public OutputVolume {
+public:
+    double systemOutputVolume() const override { return 1.0; }
+};
+
 class DesktopApp {
 public:
     DesktopApp();
@@ -34,6 +40,7 @@ private:
     MessageBoxAlert alerts_;
     SoundSettingsLauncher soundSettings_;
     QtApplicationTerminator terminator_;
+    FullOutputVolume outputVolume_;
     std::unique_ptr<AppDelegate> delegate_;
 };
 
