@@ -268,19 +268,24 @@ bool XSession::setMonitors(const std::vector<Monitor>& monitors) {
         }
     }
     bool ok = true;
-    for (int i = monitorCount_ - 1; i >= 0; --i) {
-        ok &= run({"xrandr", "--delmonitor", "lorvane" + std::to_string(i)}).status == 0;
+    for (auto name = monitorNames_.rbegin(); name != monitorNames_.rend(); ++name) {
+        ok &= run({"xrandr", "--delmonitor", *name}).status == 0;
     }
-    monitorCount_ = 0;
+    monitorNames_.clear();
+    // Fresh names each time: clients see the old monitors go and new ones come, as when displays are
+    // unplugged and plugged in (Qt does not always pick up a changed geometry under a kept name).
+    ++monitorGeneration_;
     for (std::size_t i = 0; i < monitors.size(); ++i) {
         const Monitor& m = monitors[i];
         // Physical size at 96 dots per inch, so Qt sees ordinary pixel densities.
         const std::string geometry = std::to_string(m.width) + "/" + std::to_string(m.width * 254 / 960) + "x" +
                                      std::to_string(m.height) + "/" + std::to_string(m.height * 254 / 960) + "+" +
                                      std::to_string(m.x) + "+" + std::to_string(m.y);
-        ok &= run({"xrandr", "--setmonitor", "lorvane" + std::to_string(i), geometry, i == 0 ? output : "none"})
+        const std::string name = "lorvane" + std::to_string(monitorGeneration_) + "-" + std::to_string(i);
+        // The first monitor is the primary one ("*").
+        ok &= run({"xrandr", "--setmonitor", (i == 0 ? "*" : "") + name, geometry, i == 0 ? output : "none"})
                   .status == 0;
-        ++monitorCount_;
+        monitorNames_.push_back(name);
     }
     return ok;
 }

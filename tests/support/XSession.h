@@ -55,7 +55,8 @@ public:
     // Runs a program against the session's display (PATH lookup), waiting at most `timeout` seconds.
     CommandResult run(const std::vector<std::string>& argv, double timeout = 10) const;
 
-    // Replaces the monitors of the one X screen (RandR 1.5 monitors; the first keeps the real output).
+    // Replaces the monitors of the one X screen (RandR 1.5 monitors). The first one keeps the real
+    // output and is the primary monitor.
     bool setMonitors(const std::vector<Monitor>& monitors);
 
     // Starts or stops the xcompmgr compositing manager; false when it is not installed or did not
@@ -77,7 +78,8 @@ private:
     pid_t server_ = -1;
     pid_t windowManager_ = -1;
     pid_t compositor_ = -1;
-    int monitorCount_ = 0;
+    std::vector<std::string> monitorNames_;
+    int monitorGeneration_ = 0;
 };
 
 }  // namespace lorvane::test
