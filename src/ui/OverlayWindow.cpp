@@ -74,7 +74,10 @@ void OverlayWindow::prepareForMapping() {
     checkCompositing();
 }
 
-void OverlayWindow::checkCompositing() { translucent_ = x11::compositingManagerRunning(); }
+void OverlayWindow::checkCompositing() {
+    // Off X11 (a native Wayland session) the compositor always blends windows.
+    translucent_ = x11::isAvailable() ? x11::compositingManagerRunning() : true;
+}
 
 void OverlayWindow::exposeEvent(QExposeEvent*) {
     if (!isExposed()) {

@@ -4,6 +4,7 @@
 #include <QOpenGLExtraFunctions>
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -13,8 +14,6 @@ namespace lorvane {
 
 namespace {
 
-constexpr int maxBlurTaps = 24;
-
 std::uint8_t toByte(double component) {
     return static_cast<std::uint8_t>(std::lround(std::clamp(component, 0.0, 1.0) * 255.0));
 }
@@ -23,37 +22,32 @@ std::array<std::uint8_t, 4> toBytes(const RgbaColor& c) {
     return {toByte(c.red), toByte(c.green), toByte(c.blue), toByte(c.alpha)};
 }
 
-// Gaussian taps for one direction, paired so that each fetch between two texels reads both.
-struct BlurKernel {
-    int count = 0;
-    std::array<float, maxBlurTaps> weights{};
-    std::array<float, maxBlurTaps> offsets{};
-    int radius = 0;
-};
+}  // namespace
 
-BlurKernel gaussianKernel(double sigma) {
+// Gaussian taps for one direction, paired so that each fetch between two texels reads both.
+WaveGlRenderer::BlurKernel WaveGlRenderer::gaussianKernel(double sigma) {
     BlurKernel kernel;
-    const int radius = std::clamp(static_cast<int>(std::ceil(sigma * 3)), 1, 2 * (maxBlurTaps - 1));
-    kernel.radius = radius;
+    kernel.sigma = sigma;
+    kernel.radius = std::max(1, static_cast<int>(std::ceil(sigma * 3)));
+    const int radius = kernel.radius;
     std::vector<double> w(static_cast<std::size_t>(radius) + 2, 0.0);
     double total = 0;
     for (int i = 0; i <= radius; ++i) {
         w[static_cast<std::size_t>(i)] = std::exp(-(i * i) / (2 * sigma * sigma));
         total += i == 0 ? w[0] : 2 * w[static_cast<std::size_t>(i)];
     }
-    kernel.weights[0] = static_cast<float>(w[0] / total);
-    kernel.offsets[0] = 0;
-    kernel.count = 1;
+    kernel.weights.push_back(w[0] / total);
+    kernel.offsets.push_back(0);
     for (int i = 1; i <= radius; i += 2) {
         const double a = w[static_cast<std::size_t>(i)] / total;
         const double b = w[static_cast<std::size_t>(i + 1)] / total;
-        kernel.weights[static_cast<std::size_t>(kernel.count)] = static_cast<float>(a + b);
-        kernel.offsets[static_cast<std::size_t>(kernel.count)] = static_cast<float>((i * a + (i + 1) * b) / (a + b));
-        ++kernel.count;
+        kernel.weights.push_back(a + b);
+        kernel.offsets.push_back((i * a + (i + 1) * b) / (a + b));
     }
     return kernel;
 }
 
+namespace {
 }  // namespace
 
 RgbaColor sourceOver(const RgbaColor& over, const RgbaColor& under) {
@@ -119,42 +113,17 @@ bool WaveGlRenderer::initialize(QOpenGLContext& context) {
     const bool capable = es_ ? format.majorVersion() >= 3 : (format.version() >= qMakePair(3, 3));
     if (!capable) return false;
     QOpenGLExtraFunctions* gl = context.extraFunctions();
-    const std::string header = es_ ? "#version 300 es\nprecision highp float;\nprecision highp int;\n"
-                                   : "#version 330 core\n";
+    gl_ = gl;
+    header_ = es_ ? "#version 300 es\nprecision highp float;\nprecision highp int;\n" : "#version 330 core\n";
+    auto build = [this](const char* vertex, const char* fragment) { return buildProgram(vertex, fragment); };
 
-    auto build = [&](const char* vertex, const char* fragment) -> std::unique_ptr<Program> {
-        const GLuint vs = compile(gl, GL_VERTEX_SHADER, header + vertex);
-        const GLuint fs = compile(gl, GL_FRAGMENT_SHADER, header + shaders::coverage + fragment);
-        if (!vs || !fs) return nullptr;
-        auto program = std::make_unique<Program>();
-        program->gl = gl;
-        program->id = gl->glCreateProgram();
-        gl->glAttachShader(program->id, vs);
-        gl->glAttachShader(program->id, fs);
-        gl->glLinkProgram(program->id);
-        gl->glDeleteShader(vs);
-        gl->glDeleteShader(fs);
-        GLint ok = 0;
-        gl->glGetProgramiv(program->id, GL_LINK_STATUS, &ok);
-        if (!ok) {
-            char log[2048] = {};
-            gl->glGetProgramInfoLog(program->id, sizeof log, nullptr, log);
-            qWarning("wave shader failed to link: %s", log);
-            gl->glDeleteProgram(program->id);
-            return nullptr;
-        }
-        return program;
-    };
     barProgram_ = build(shaders::barVertex, shaders::barFragment);
     glowProgram_ = build(shaders::barVertex, shaders::glowFragment);
     baselineProgram_ = build(shaders::rectVertex, shaders::baselineFragment);
-    blurProgram_ = build(shaders::rectVertex, shaders::blurFragment);
     compositeProgram_ = build(shaders::rectVertex, shaders::compositeFragment);
-    if (!barProgram_ || !glowProgram_ || !baselineProgram_ || !blurProgram_ || !compositeProgram_) {
-        for (auto* program : {&barProgram_, &glowProgram_, &baselineProgram_, &blurProgram_, &compositeProgram_}) {
-            if (*program) gl->glDeleteProgram((*program)->id);
-            program->reset();
-        }
+    if (!barProgram_ || !glowProgram_ || !baselineProgram_ || !compositeProgram_ ||
+        !blurProgram(gaussianKernel(2.0))) {
+        release();
         return false;
     }
 
@@ -189,16 +158,68 @@ bool WaveGlRenderer::initialize(QOpenGLContext& context) {
                               reinterpret_cast<void*>(offsetof(BarInstance, glowColor)));
     gl->glVertexAttribDivisor(3, 1);
     gl->glBindVertexArray(0);
-    gl_ = gl;
     return true;
+}
+
+std::unique_ptr<WaveGlRenderer::Program> WaveGlRenderer::buildProgram(const std::string& vertex,
+                                                                      const std::string& fragment) {
+    QOpenGLExtraFunctions* gl = gl_;
+    const GLuint vs = compile(gl, GL_VERTEX_SHADER, header_ + vertex);
+    const GLuint fs = compile(gl, GL_FRAGMENT_SHADER, header_ + shaders::coverage + fragment);
+    if (!vs || !fs) {
+        if (vs) gl->glDeleteShader(vs);
+        if (fs) gl->glDeleteShader(fs);
+        return nullptr;
+    }
+    auto program = std::make_unique<Program>();
+    program->gl = gl;
+    program->id = gl->glCreateProgram();
+    gl->glAttachShader(program->id, vs);
+    gl->glAttachShader(program->id, fs);
+    gl->glLinkProgram(program->id);
+    gl->glDeleteShader(vs);
+    gl->glDeleteShader(fs);
+    GLint ok = 0;
+    gl->glGetProgramiv(program->id, GL_LINK_STATUS, &ok);
+    if (!ok) {
+        char log[2048] = {};
+        gl->glGetProgramInfoLog(program->id, sizeof log, nullptr, log);
+        qWarning("wave shader failed to link: %s", log);
+        gl->glDeleteProgram(program->id);
+        return nullptr;
+    }
+    return program;
+}
+
+WaveGlRenderer::Program* WaveGlRenderer::blurProgram(const BlurKernel& kernel) {
+    // One program per kernel; a window sees one or two (compact and fog) at its pixel ratio.
+    const long long key = std::lround(kernel.sigma * 1000);
+    if (const auto found = blurPrograms_.find(key); found != blurPrograms_.end()) return found->second.get();
+    char line[128];
+    std::snprintf(line, sizeof line, "sum += texture(source, uv) * %.9g;\n", kernel.weights[0]);
+    std::string taps = line;
+    for (std::size_t i = 1; i < kernel.weights.size(); ++i) {
+        std::snprintf(line, sizeof line, "    TAP(%.9g, %.9g)\n", kernel.offsets[i], kernel.weights[i]);
+        taps += line;
+    }
+    std::string fragment = shaders::blurFragment;
+    fragment.replace(fragment.find("TAPS"), 4, taps);
+    auto program = buildProgram(shaders::rectVertex, fragment);
+    Program* result = program.get();
+    blurPrograms_.emplace(key, std::move(program));
+    return result;
 }
 
 void WaveGlRenderer::release() {
     if (!gl_) return;
-    for (auto* program : {&barProgram_, &glowProgram_, &baselineProgram_, &blurProgram_, &compositeProgram_}) {
+    for (auto* program : {&barProgram_, &glowProgram_, &baselineProgram_, &compositeProgram_}) {
         if (*program) gl_->glDeleteProgram((*program)->id);
         program->reset();
     }
+    for (auto& [key, program] : blurPrograms_) {
+        if (program) gl_->glDeleteProgram(program->id);
+    }
+    blurPrograms_.clear();
     for (auto& target : glow_) {
         if (!target) continue;
         gl_->glDeleteFramebuffers(1, &target->framebuffer);
@@ -291,8 +312,11 @@ void WaveGlRenderer::drawWave(const WaveLayout& layout, const RectF& canvas) {
     composite.set("glowOrigin", static_cast<float>(canvas.x * scale) - glowMargin_ / glowScale,
                   static_cast<float>(canvas.y * scale) - glowMargin_ / glowScale);
     composite.set("glowScale", glowScale);
-    composite.set("rect", static_cast<float>(canvas.x * scale), static_cast<float>(canvas.y * scale),
-                  static_cast<float>(canvas.width * scale), static_cast<float>(canvas.height * scale));
+    // Only the rows the glow reached this frame.
+    const float bandTop = static_cast<float>(canvas.y * scale) + (glowBandTop_ - glowMargin_) / glowScale;
+    const float bandBottom = static_cast<float>(canvas.y * scale) + (glowBandBottom_ - glowMargin_) / glowScale;
+    composite.set("rect", static_cast<float>(canvas.x * scale), bandTop, static_cast<float>(canvas.width * scale),
+                  bandBottom - bandTop);
     gl_->glBindVertexArray(rectArray_);
     gl_->glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
 
@@ -392,7 +416,8 @@ void WaveGlRenderer::drawGlow(const WaveLayout& layout, const RectF& canvas) {
     const double sigma = layout.glowRadius * pixelRatio;
     double glowScale = 1;
     if (glowResolution_ == GlowResolution::automatic) {
-        if (sigma >= 24) {
+        // Keep the blur at 1.25 to 2.5 glow pixels: wide enough that the coarser grid does not show.
+        if (sigma >= 5) {
             glowScale = 0.25;
         } else if (sigma >= 3) {
             glowScale = 0.5;
@@ -406,33 +431,55 @@ void WaveGlRenderer::drawGlow(const WaveLayout& layout, const RectF& canvas) {
     ensureGlowTargets(QSize(innerWidth + 2 * margin, innerHeight + 2 * margin));
     glowScaleUsed_ = glowScale;
     glowMargin_ = static_cast<float>(margin);
+    const int height = glowSize_.height();
+
+    // Only the rows the glow can reach this frame are cleared, blurred and composited: the strokes'
+    // rows, widened by the kernel for the vertical pass and by twice the kernel for what it reads.
+    double extent = 0;
+    for (const WaveBar& bar : layout.bars) extent = std::max(extent, bar.halfHeight);
+    extent += layout.glowLineWidth / 2;
+    const double toGlow = pixelRatio * glowScale;
+    const int top = static_cast<int>(std::floor(margin + std::max(layout.midY - extent, 0.0) * toGlow)) - 1;
+    const int bottom =
+        static_cast<int>(std::ceil(margin + std::min(layout.midY + extent, canvas.height) * toGlow)) + 1;
+    const int radius = kernel.radius;
+    auto rows = [height](int first, int last) { return std::pair{std::clamp(first, 0, height), std::clamp(last, 0, height)}; };
+    const auto [bandTop, bandBottom] = rows(top - radius - 1, bottom + radius + 1);
+    const auto [readTop, readBottom] = rows(top - 2 * radius - 2, bottom + 2 * radius + 2);
+    glowBandTop_ = bandTop;
+    glowBandBottom_ = bandBottom;
+    // Scissor rectangles count rows from the bottom.
+    auto scissorRows = [this, height](int first, int last) {
+        gl_->glScissor(0, height - last, glowSize_.width(), last - first);
+    };
 
     // The glow strokes, clipped to the canvas like everything else drawn in it.
     gl_->glBindFramebuffer(GL_FRAMEBUFFER, glow_[0]->framebuffer);
-    gl_->glViewport(0, 0, glowSize_.width(), glowSize_.height());
-    gl_->glDisable(GL_SCISSOR_TEST);
+    gl_->glViewport(0, 0, glowSize_.width(), height);
+    gl_->glEnable(GL_SCISSOR_TEST);
+    scissorRows(readTop, readBottom);
     gl_->glClearColor(0, 0, 0, 0);
     gl_->glClear(GL_COLOR_BUFFER_BIT);
-    gl_->glEnable(GL_SCISSOR_TEST);
     gl_->glScissor(margin, margin, innerWidth, innerHeight);
     gl_->glEnable(GL_BLEND);
     gl_->glBlendFunc(GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
-    WaveTarget glowTarget{glow_[0]->framebuffer, glowSize_, pixelRatio * glowScale};
+    WaveTarget glowTarget{glow_[0]->framebuffer, glowSize_, toGlow};
     drawBars(layout, true, glowTarget, static_cast<float>(margin), static_cast<float>(margin),
-             static_cast<float>(pixelRatio * glowScale));
-    gl_->glDisable(GL_SCISSOR_TEST);
+             static_cast<float>(toGlow));
     gl_->glDisable(GL_BLEND);
 
     // Two passes of the separable Gaussian: across into the second target, then down back into the first.
-    Program& blur = *blurProgram_;
+    Program* blurShader = blurProgram(kernel);
+    if (!blurShader) {
+        gl_->glDisable(GL_SCISSOR_TEST);
+        return;
+    }
+    Program& blur = *blurShader;
     gl_->glUseProgram(blur.id);
-    blur.set("targetSize", static_cast<float>(glowSize_.width()), static_cast<float>(glowSize_.height()));
-    blur.set("sourceSize", static_cast<float>(glowSize_.width()), static_cast<float>(glowSize_.height()));
-    blur.set("rect", 0.0f, 0.0f, static_cast<float>(glowSize_.width()), static_cast<float>(glowSize_.height()));
+    blur.set("targetSize", static_cast<float>(glowSize_.width()), static_cast<float>(height));
+    blur.set("sourceSize", static_cast<float>(glowSize_.width()), static_cast<float>(height));
+    blur.set("rect", 0.0f, 0.0f, static_cast<float>(glowSize_.width()), static_cast<float>(height));
     blur.set("source", 0);
-    blur.set("tapCount", kernel.count);
-    gl_->glUniform1fv(blur.uniform("weights"), maxBlurTaps, kernel.weights.data());
-    gl_->glUniform1fv(blur.uniform("offsets"), maxBlurTaps, kernel.offsets.data());
     gl_->glActiveTexture(GL_TEXTURE0);
     gl_->glBindVertexArray(rectArray_);
     for (int pass = 0; pass < 2; ++pass) {
@@ -440,9 +487,15 @@ void WaveGlRenderer::drawGlow(const WaveLayout& layout, const RectF& canvas) {
         const GlowTarget& destination = *glow_[1 - pass];
         gl_->glBindFramebuffer(GL_FRAMEBUFFER, destination.framebuffer);
         gl_->glBindTexture(GL_TEXTURE_2D, source.texture);
+        if (pass == 0) {
+            scissorRows(readTop, readBottom);
+        } else {
+            scissorRows(bandTop, bandBottom);
+        }
         blur.set("direction", pass == 0 ? 1.0f : 0.0f, pass == 0 ? 0.0f : 1.0f);
         gl_->glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
     }
+    gl_->glDisable(GL_SCISSOR_TEST);
 }
 
 }  // namespace lorvane

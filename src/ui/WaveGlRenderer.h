@@ -8,6 +8,8 @@
 #include <QSize>
 #include <array>
 #include <cstdint>
+#include <map>
+#include <string>
 #include <memory>
 #include <vector>
 
@@ -61,9 +63,21 @@ public:
     };
     static void packBars(const WaveLayout& layout, std::vector<BarInstance>& out);
 
+    // The Gaussian of standard deviation `sigma` (pixels) as paired taps for bilinear fetches: the centre
+    // weight first, then (offset, weight) per pair; the weights sum to 1 over both sides.
+    struct BlurKernel {
+        double sigma = 0;
+        int radius = 0;
+        std::vector<double> weights;
+        std::vector<double> offsets;
+    };
+    static BlurKernel gaussianKernel(double sigma);
+
 private:
     struct Program;
     struct GlowTarget;
+    std::unique_ptr<Program> buildProgram(const std::string& vertex, const std::string& fragment);
+    Program* blurProgram(const BlurKernel& kernel);
     void drawBaseline(const WaveLayout& layout, const RectF& canvas);
     void drawGlow(const WaveLayout& layout, const RectF& canvas);
     void drawBars(const WaveLayout& layout, bool glowPass, const WaveTarget& target, float originX, float originY,
@@ -73,13 +87,16 @@ private:
 
     QOpenGLExtraFunctions* gl_ = nullptr;
     bool es_ = false;
-    std::unique_ptr<Program> barProgram_, glowProgram_, baselineProgram_, blurProgram_, compositeProgram_;
+    std::string header_;
+    std::unique_ptr<Program> barProgram_, glowProgram_, baselineProgram_, compositeProgram_;
+    std::map<long long, std::unique_ptr<Program>> blurPrograms_;
     unsigned quadBuffer_ = 0, instanceBuffer_ = 0, barArray_ = 0, rectArray_ = 0;
     std::size_t instanceCapacity_ = 0;
     std::unique_ptr<GlowTarget> glow_[2];
     QSize glowSize_;
     double glowScaleUsed_ = 1;  // glow pixels per target pixel in the last frame
     float glowMargin_ = 0;      // transparent border of the glow targets, in glow pixels
+    int glowBandTop_ = 0, glowBandBottom_ = 0;  // glow rows (from the top) holding this frame's glow
     WaveTarget target_;
     std::vector<BarInstance> instances_;
     GlowResolution glowResolution_ = GlowResolution::automatic;

@@ -64,16 +64,14 @@ void main() {
     float period = on + dashOff * scale;
     float pathLength = 2.0 * h;
     float along = local.y + h;  // distance from the upper end along the path
+    // Dashes never overlap (the gap exceeds the cap radii), so only the dash whose half-gap-extended
+    // interval holds this point matters.
     float lastDash = ceil(pathLength / period) - 1.0;
-    float nearest = floor(along / period);
-    float stroke = 1e6;
-    for (int n = -1; n <= 1; ++n) {
-        float j = clamp(nearest + float(n), 0.0, lastDash);
-        float start = j * period;
-        float end = min(start + on, pathLength);
-        float outside = max(max(start - along, along - end), 0.0);
-        stroke = min(stroke, length(vec2(local.x, outside)) - 0.5 * w);
-    }
+    float j = clamp(floor((along + 0.5 * (period - on)) / period), 0.0, lastDash);
+    float start = j * period;
+    float end = min(start + on, pathLength);
+    float outside = max(max(start - along, along - end), 0.0);
+    float stroke = length(vec2(local.x, outside)) - 0.5 * w;
     float intensity = instance.w;
     float a = opacity.x * intensity * coverage(stroke, w);
     float dotR = dotRadius * scale;
@@ -143,24 +141,21 @@ void main() {
 }
 )";
 
-// One direction of the separable Gaussian, with paired taps read through bilinear filtering.
+// One direction of the separable Gaussian, with paired taps read through bilinear filtering. The taps
+// are spliced in as constants (TAPS, one line per tap pair): Mesa's software rasteriser runs a loop
+// over uniform arrays an order of magnitude slower than straight-line code.
 inline constexpr const char* blurFragment = R"(
 in vec2 pixel;
 uniform sampler2D source;
 uniform vec2 sourceSize;
 uniform vec2 direction;     // (1, 0) or (0, 1)
-uniform int tapCount;
-uniform float weights[24];  // [0] is the centre
-uniform float offsets[24];
 out vec4 fragment;
+#define TAP(offset, weight) sum += (texture(source, uv + step * offset) + texture(source, uv - step * offset)) * weight;
 void main() {
     vec2 uv = gl_FragCoord.xy / sourceSize;
     vec2 step = direction / sourceSize;
-    vec4 sum = texture(source, uv) * weights[0];
-    for (int i = 1; i < tapCount; ++i) {
-        sum += texture(source, uv + step * offsets[i]) * weights[i];
-        sum += texture(source, uv - step * offsets[i]) * weights[i];
-    }
+    vec4 sum = vec4(0.0);
+    TAPS
     fragment = sum;
 }
 )";

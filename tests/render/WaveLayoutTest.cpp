@@ -173,7 +173,8 @@ TEST(WaveLayout, SilentLiveModelStillDrawsBarsOfAtLeastTheFloor) {
         const double raw = 0.14 * 0.22 * (0.74 + 0.13 * std::cos(6 * x) + 0.07 * std::cos(14 * x)) *
                            (0.92 + layout.shimmer + 0.055 * std::sin(layout.phase - 4 * x));
         EXPECT_GE(bar.halfHeight, w * 0.72);
-        EXPECT_DOUBLE_EQ(bar.halfHeight, std::max(420 * 0.42 * std::pow(raw, 1.16), w * 0.72));
+        // The layout reduces the phase modulo 2 pi first; the two evaluations agree far below a pixel.
+        EXPECT_NEAR(bar.halfHeight, std::max(420 * 0.42 * std::pow(raw, 1.16), w * 0.72), 1e-9);
         EXPECT_DOUBLE_EQ(bar.intensity, 0.38);
     }
 }
@@ -342,4 +343,20 @@ TEST(WaveSize, CompactIsTwelvePointsShorterAndFogIsThirtyEightPercentUpTo420) {
     EXPECT_EQ(waveSize({1920, 1080}, OverlayDisplayMode::fullscreenFog), (SizeF{1920, 1080 * 0.38}));
     EXPECT_EQ(waveSize({3840, 2160}, OverlayDisplayMode::fullscreenFog), (SizeF{3840, 420}));
     EXPECT_EQ(waveSize({-5, 1000}, OverlayDisplayMode::fullscreenFog), (SizeF{1, 380}));
+}
+
+TEST(WaveLayout, RippleStaysExactForTimesCountedFrom2001) {
+    // Around 2023 the phase is about 2e9 radians; the ripple must match the formula evaluated directly.
+    const std::vector<double> spectrum(96, 0.6);
+    const double t = 700000000.25;
+    const WaveLayout layout = layoutWave(live(0.6, 1.7, 0.3, spectrum), bandCanvas, t);
+    for (int i : {0, 57, 184, 300, 368}) {
+        const double p = static_cast<double>(i) / 368;
+        const double x = p * std::numbers::pi;
+        const double c = 1 - 0.18 * std::fabs(2 * p - 1);
+        const long double direct = std::sin(static_cast<long double>(t) * 1.7L * 2.15L - 4.0L * x);
+        const double raw = layout.gain * (0.22 + 0.78 * 0.6) * (0.74 + 0.13 * std::cos(6 * x) + 0.07 * std::cos(14 * x)) *
+                           (0.92 + layout.shimmer + 0.055 * static_cast<double>(direct)) * (1 + 0.3 * (0.18 + 0.14 * c));
+        EXPECT_NEAR(layout.bars[static_cast<std::size_t>(i)].halfHeight, 138 * 0.42 * std::pow(raw, 1.16), 1e-5) << i;
+    }
 }

@@ -47,6 +47,7 @@ public:
     const std::string& error() const { return error_; }
     const std::string& display() const { return display_; }  // ":N"
     const std::string& runtimeDirectory() const { return runtimeDirectory_; }
+    pid_t serverPid() const { return server_; }  // the X server's process, e.g. to measure its CPU time
 
     // Points this process at the session: DISPLAY, QT_QPA_PLATFORM=xcb, no WAYLAND_DISPLAY and a
     // private XDG_RUNTIME_DIR. Call before creating the QGuiApplication.

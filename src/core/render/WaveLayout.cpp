@@ -1,6 +1,7 @@
 #include "core/render/WaveLayout.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <numbers>
@@ -39,10 +40,24 @@ SizeF waveSize(SizeF available, OverlayDisplayMode mode) {
     return {width, std::max(available.height - 12, 1.0)};
 }
 
-double sparkleHash(int index) {
+namespace {
+double computeSparkleHash(int index) {
     const double k = 19.0 + 43.0 * index;
     const double v = std::sin(12.9898 * k + 78.233) * 43758.5453;
     return v - std::trunc(v);
+}
+}  // namespace
+
+double sparkleHash(int index) {
+    // A pure function of the index over at most 640 bars: worked out once instead of twice per bar and
+    // frame (the sine of a large argument is the costliest call of the bar loop).
+    static const auto table = [] {
+        std::array<double, maximumBarCount> values{};
+        for (int i = 0; i < maximumBarCount; ++i) values[static_cast<std::size_t>(i)] = computeSparkleHash(i);
+        return values;
+    }();
+    if (index >= 0 && index < maximumBarCount) return table[static_cast<std::size_t>(index)];
+    return computeSparkleHash(index);
 }
 
 double glowRadius(OverlayDisplayMode mode) { return mode == OverlayDisplayMode::fullscreenFog ? 5.5 : 4.0; }
@@ -88,6 +103,9 @@ WaveLayout layoutWave(const WaveInputs& inputs, SizeF canvas, double time) {
     }
 
     const double pi = std::numbers::pi;
+    // The phase grows with the seconds since 2001 (about 2e9 radians); reduced once here, each bar's
+    // sine gets a small argument instead of paying for an exact reduction of a huge one.
+    const double phase = std::remainder(layout.phase, 2 * pi);
     const double barDenominator = static_cast<double>(barCount - 1);
     const double glowDenominator = static_cast<double>(std::max(barCount, 2) - 1);
     layout.bars.resize(static_cast<std::size_t>(barCount));
@@ -98,7 +116,7 @@ WaveLayout layoutWave(const WaveInputs& inputs, SizeF canvas, double time) {
         const double x = p * pi;
         const double c = 1 - 0.18 * std::fabs(2 * p - 1);
         const double raw = layout.gain * (0.22 + 0.78 * s) * (0.74 + 0.13 * std::cos(6 * x) + 0.07 * std::cos(14 * x)) *
-                           (0.92 + layout.shimmer + 0.055 * std::sin(layout.phase - 4 * x)) *
+                           (0.92 + layout.shimmer + 0.055 * std::sin(phase - 4 * x)) *
                            (1 + pulse * (0.18 + 0.14 * c));
         double halfHeight = layout.maxHalfHeight * std::pow(std::max(raw, 0.0), 1.16);
         halfHeight = std::max(halfHeight, w * 0.72);
@@ -109,7 +127,8 @@ WaveLayout layoutWave(const WaveInputs& inputs, SizeF canvas, double time) {
         bar.spectrum = s;
         bar.intensity = std::clamp(0.38 + 0.5 * s + 0.16 * pulse * c, 0.0, 1.0);
         bar.color = colorAt(inputs.color, i / barDenominator);
-        bar.glowColor = colorAt(inputs.color, i / glowDenominator);
+        // The two denominators only differ below two bars, which the bar count never is.
+        bar.glowColor = glowDenominator == barDenominator ? bar.color : colorAt(inputs.color, i / glowDenominator);
         bar.strokeOpacity = bar.intensity * WaveOpacity::stroke;
         bar.glowOpacity = bar.intensity * WaveOpacity::glow;
         bar.dotOpacity = std::min(bar.intensity + WaveOpacity::dotBoost, 1.0);
