@@ -135,6 +135,15 @@ XWindow X11Probe::activeWindow() {
     return active && !active->empty() ? active->front() : None;
 }
 
+std::vector<XWindow> X11Probe::clientsOf(long pid) {
+    std::vector<XWindow> result;
+    for (XWindow window : windows(root(), "_NET_CLIENT_LIST").value_or(std::vector<XWindow>{})) {
+        const auto owner = cardinals(window, "_NET_WM_PID");
+        if (owner && !owner->empty() && static_cast<long>(owner->front()) == pid) result.push_back(window);
+    }
+    return result;
+}
+
 unsigned long X11Probe::screenPixel(int x, int y) {
     XImage* image = XGetImage(display_, root(), x, y, 1, 1, AllPlanes, ZPixmap);
     if (!image) return 0;

@@ -43,6 +43,8 @@ public:
     // Managed windows, bottom to top.
     std::vector<XWindow> stackingOrder();
     XWindow activeWindow();
+    // Managed windows whose _NET_WM_PID is `pid`.
+    std::vector<XWindow> clientsOf(long pid);
     // The colour of one root pixel as the screen shows it (0xRRGGBB).
     unsigned long screenPixel(int x, int y);
 
