@@ -157,3 +157,41 @@ TEST(WaveDemo, ReportsARecordingItCannotPlay) {
     ASSERT_TRUE(demo.waitForFinished(15000));
     EXPECT_EQ(demo.exitCode(), 2);
 }
+
+TEST(WaveDemo, DrawsAtTheScreensDevicePixelRatio) {
+    // With Qt scaling by 2 the band is 150 points but 300 pixels high; every pixel of it is drawn.
+    X11Probe probe;
+    ASSERT_TRUE(probe.isConnected());
+    QTemporaryDir dir;
+    const QString path = dir.filePath("music.wav");
+    ASSERT_TRUE(writeRecording(path, 48000, 3.0));
+    QProcess demo;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("QT_SCALE_FACTOR", "2");
+    demo.setProcessEnvironment(environment);
+    demo.start(QStringLiteral(LORVANE_WAVE_DEMO),
+               {"--above", "--color", "white", "--position", "top", "--seconds", "2.5", path});
+    ASSERT_TRUE(demo.waitForStarted(5000));
+    std::vector<XWindow> windows;
+    ASSERT_TRUE(waitUntil([&] {
+        windows = probe.clientsOf(static_cast<long>(demo.processId()));
+        return windows.size() == 1 && probe.isViewable(windows.front());
+    }));
+    const auto band = probe.geometryOnRoot(windows.front());
+    EXPECT_EQ(band.y, 56);
+    EXPECT_EQ(band.height, 300);
+    // The wave's centre line, across the right half too (a frame drawn at the logical size would
+    // cover only the lower left quarter of the window).
+    const int centre = band.y + band.height / 2;
+    auto brightOnRight = [&] {
+        int bright = 0;
+        for (int x = band.x + band.width * 3 / 4; x < band.x + band.width; x += 3) {
+            const unsigned long p = probe.screenPixel(x, centre);
+            if (((p >> 16) & 0xFF) > 120 && ((p >> 8) & 0xFF) > 120 && (p & 0xFF) > 120) ++bright;
+        }
+        return bright > 20;
+    };
+    EXPECT_TRUE(waitUntil(brightOnRight));
+    waitUntil([&] { return demo.state() == QProcess::NotRunning; }, 15000);
+    EXPECT_EQ(demo.exitCode(), 0);
+}
