@@ -4,6 +4,10 @@
 //   GlSubmit/N          layout, packing, upload and every GL call of a frame, without waiting for the
 //                       GPU (Mesa's software rasteriser here, so this includes its CPU-side setup)
 //   GlFrameFinished/N   the same, waiting until the frame is rasterised (software: all of it is CPU)
+//   GlCallsOnly/N       layout, packing, upload and every GL call with the drawing clipped to a single
+//                       pixel, waiting for completion: the per-frame CPU cost apart from filling pixels
+//                       (an upper bound of the driver-independent part; llvmpipe's own call overhead
+//                       and vertex work are included)
 //   NaiveRaster/N       the approach this replaces: QPainter on a raster image with antialiased, dashed,
 //                       round-capped pens and a three-pass box blur of the glow layer
 // N = 369 is a 1920-point band (138 high), N = 640 a 3328-point or wider one (420 high, as in the fog).
@@ -104,6 +108,30 @@ BENCHMARK(GlSubmit)->Arg(369)->Arg(640)->Unit(benchmark::kMicrosecond);
 
 void GlFrameFinished(benchmark::State& state) { glFrame(state, true); }
 BENCHMARK(GlFrameFinished)->Arg(369)->Arg(640)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
+
+void GlCallsOnly(benchmark::State& state) {
+    if (!renderer || !renderer->isValid()) {
+        state.SkipWithError("no OpenGL");
+        return;
+    }
+    const auto spectrum = liveSpectrum();
+    const SizeF canvas = canvasFor(static_cast<int>(state.range(0)));
+    const RectF pixel{0, 0, 1, 1};
+    renderer->renderLayout(layoutWave(inputs(spectrum), canvas, 0), {1, 1}, pixel, 1);
+    QOpenGLContext* context = QOpenGLContext::currentContext();
+    WaveGlRenderer& gl = renderer->renderer();
+    GLint framebuffer = 0;
+    context->functions()->glGetIntegerv(GL_FRAMEBUFFER_BINDING, &framebuffer);
+    const WaveTarget target{static_cast<unsigned>(framebuffer), QSize(1, 1), 1};
+    double t = 700000000;
+    for (auto _ : state) {
+        WaveLayout layout = layoutWave(inputs(spectrum), canvas, t += 1.0 / 30);
+        gl.beginFrame(target, {0, 0, 0, 0});
+        gl.drawWave(layout, pixel);
+        context->functions()->glFinish();
+    }
+}
+BENCHMARK(GlCallsOnly)->Arg(369)->Arg(640)->Unit(benchmark::kMicrosecond)->MeasureProcessCPUTime();
 
 // A three-pass box blur approximating a Gaussian, horizontally and vertically, in place.
 void boxBlur(QImage& image, int radius) {
