@@ -143,3 +143,52 @@ bool compositingManagerRunning() {
 }
 
 }  // namespace lorvane::x11
+
+namespace lorvane::x11 {
+
+namespace {
+std::vector<uint32_t> cardinals(xcb_connection_t* c, xcb_window_t window, xcb_atom_t property) {
+    std::vector<uint32_t> values;
+    xcb_get_property_reply_t* reply =
+        xcb_get_property_reply(c, xcb_get_property(c, 0, window, property, XCB_ATOM_CARDINAL, 0, 1024), nullptr);
+    if (!reply) return values;
+    if (reply->format == 32) {
+        const auto* data = static_cast<const uint32_t*>(xcb_get_property_value(reply));
+        values.assign(data, data + xcb_get_property_value_length(reply) / 4);
+    }
+    std::free(reply);
+    return values;
+}
+
+xcb_window_t rootWindow(xcb_connection_t* c) {
+    xcb_screen_iterator_t screens = xcb_setup_roots_iterator(xcb_get_setup(c));
+    for (int i = 0; i < screenNumber() && screens.rem; ++i) xcb_screen_next(&screens);
+    return screens.rem ? screens.data->root : xcb_window_t{XCB_WINDOW_NONE};
+}
+}  // namespace
+
+std::optional<QRect> workArea() {
+    xcb_connection_t* c = connection();
+    if (!c) return std::nullopt;
+    const xcb_window_t root = rootWindow(c);
+    const auto areas = cardinals(c, root, atom(c, "_NET_WORKAREA"));
+    const auto current = cardinals(c, root, atom(c, "_NET_CURRENT_DESKTOP"));
+    // One rectangle per desktop; a panel may reserve space on some desktops only.
+    std::size_t desktop = current.empty() ? 0 : current.front();
+    if (4 * desktop + 4 > areas.size()) desktop = 0;
+    if (areas.size() < 4) return std::nullopt;
+    const uint32_t* area = areas.data() + 4 * desktop;
+    return QRect(static_cast<int>(area[0]), static_cast<int>(area[1]), static_cast<int>(area[2]),
+                 static_cast<int>(area[3]));
+}
+
+bool isWorkAreaChange(const void* xcbEvent) {
+    const auto* event = static_cast<const xcb_generic_event_t*>(xcbEvent);
+    if ((event->response_type & 0x7F) != XCB_PROPERTY_NOTIFY) return false;
+    xcb_connection_t* c = connection();
+    if (!c) return false;
+    const auto* change = static_cast<const xcb_property_notify_event_t*>(xcbEvent);
+    return change->atom == atom(c, "_NET_WORKAREA") || change->atom == atom(c, "_NET_CURRENT_DESKTOP");
+}
+
+}  // namespace lorvane::x11

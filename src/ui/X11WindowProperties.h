@@ -4,7 +4,9 @@
 // the window, and whether a compositing manager blends translucent windows at all.
 // Every function does nothing (or answers false) when the platform is not X11.
 
+#include <QRect>
 #include <chrono>
+#include <optional>
 
 #include "core/render/OverlayPlacement.h"
 
@@ -32,5 +34,12 @@ void setBlurBehind(QWindow& window, bool enabled);
 
 // True when a compositing manager owns the screen's _NET_WM_CM selection.
 bool compositingManagerRunning();
+
+// The window manager's work area on the current desktop (the screen minus the space panels reserve),
+// in the root window's pixels; nothing without a window manager that publishes one.
+std::optional<QRect> workArea();
+
+// True for an xcb event saying the work area or the current desktop changed.
+bool isWorkAreaChange(const void* xcbEvent);
 
 }  // namespace lorvane::x11

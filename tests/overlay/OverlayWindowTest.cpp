@@ -78,6 +78,13 @@ std::string describeScreens() {
     return text;
 }
 
+std::string describe(const std::optional<std::vector<unsigned long>>& values) {
+    if (!values) return "none";
+    std::string text;
+    for (unsigned long v : *values) text += std::to_string(v) + " ";
+    return text;
+}
+
 class OverlayOnDesktop : public testing::Test {
 protected:
     void SetUp() override {
@@ -119,8 +126,10 @@ protected:
         const XWindow panel = probe.createTopPanel(0, 1920, thickness);
         created.push_back(panel);
         EXPECT_TRUE(waitUntil([&] {
-            return QGuiApplication::primaryScreen()->availableGeometry() == QRect(0, thickness, 1920, 1080 - thickness);
-        })) << "the panel's strut did not reach the screen's available geometry";
+            const auto area = probe.cardinals(probe.root(), "_NET_WORKAREA");
+            return area && area->size() >= 4 && (*area)[1] == static_cast<unsigned long>(thickness);
+        })) << "the window manager did not take the panel's strut: work area "
+            << describe(probe.cardinals(probe.root(), "_NET_WORKAREA"));
         return panel;
     }
 
@@ -212,10 +221,9 @@ TEST_F(OverlayOnDesktop, FogMovesAShownFloatingPanelDownToTheDesktopAndBack) {
         return probe.isViewable(id()) &&
                probe.atomNames(id(), "_NET_WM_WINDOW_TYPE") ==
                    std::vector<std::string>{"_NET_WM_WINDOW_TYPE_DESKTOP"} &&
-               stackedBelow(id(), app);
-    }));
+               stackedBelow(id(), app) && placed() == XRect{0, 0, 1920, 1080};
+    })) << "at " << placed().x << "," << placed().y << " " << placed().width << "x" << placed().height;
     EXPECT_FALSE(preferences->avoidsCoveringWindows());
-    EXPECT_EQ(placed(), (XRect{0, 0, 1920, 1080}));
     EXPECT_EQ(probe.cardinals(id(), "_NET_WM_DESKTOP"), std::vector<unsigned long>{0xFFFFFFFF});
     EXPECT_TRUE(waitUntil([&] { return probe.inputShape(probe.frame(id())).empty(); }));
 
@@ -247,6 +255,20 @@ TEST_F(OverlayOnDesktop, CompactBandsLandInsideTheVisibleFrameOfAScreenWithAPane
         controller->hide();
         EXPECT_TRUE(waitUntil([&] { return !probe.isViewable(id()); }));
     }
+}
+
+TEST_F(OverlayOnDesktop, BandFollowsTheWorkAreaOfTheCurrentDesktop) {
+    // The panel reserves its space on the first desktop only (it is not sticky).
+    topPanel(40);
+    preferences->setPosition(OverlayPosition::top);
+    showAndWait();
+    EXPECT_TRUE(waitUntil([&] { return placed() == XRect{0, 68, 1920, 150}; }));
+    // On another desktop the whole height is free: the band moves up without being shown again.
+    ASSERT_EQ(overlaySession().run({"xdotool", "set_desktop", "1"}).status, 0);
+    EXPECT_TRUE(waitUntil([&] { return placed() == XRect{0, 28, 1920, 150}; }))
+        << "at " << placed().x << "," << placed().y << " " << placed().width << "x" << placed().height;
+    ASSERT_EQ(overlaySession().run({"xdotool", "set_desktop", "0"}).status, 0);
+    EXPECT_TRUE(waitUntil([&] { return placed() == XRect{0, 68, 1920, 150}; }));
 }
 
 TEST_F(OverlayOnDesktop, FullscreenFogCoversTheWholeScreenPanelIncludedWithABlurRequest) {

@@ -2,9 +2,11 @@
 
 #include <X11/Xatom.h>
 #include <X11/Xutil.h>
-#include <X11/extensions/shape.h>
+#include <X11/Xlib-xcb.h>
+#include <xcb/shape.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <utility>
 
 namespace lorvane::test {
@@ -85,11 +87,16 @@ std::optional<bool> X11Probe::acceptsFocus(Window window) {
 }
 
 std::vector<XRect> X11Probe::inputShape(Window window) {
-    int count = 0, ordering = 0;
-    XRectangle* rects = XShapeGetRectangles(display_, window, ShapeInput, &count, &ordering);
+    xcb_connection_t* c = XGetXCBConnection(display_);
     std::vector<XRect> result;
-    for (int i = 0; i < count; ++i) result.push_back({rects[i].x, rects[i].y, rects[i].width, rects[i].height});
-    if (rects) XFree(rects);
+    xcb_shape_get_rectangles_reply_t* reply = xcb_shape_get_rectangles_reply(
+        c, xcb_shape_get_rectangles(c, static_cast<xcb_window_t>(window), XCB_SHAPE_SK_INPUT), nullptr);
+    if (!reply) return result;
+    const xcb_rectangle_t* rects = xcb_shape_get_rectangles_rectangles(reply);
+    for (int i = 0; i < xcb_shape_get_rectangles_rectangles_length(reply); ++i) {
+        result.push_back({rects[i].x, rects[i].y, rects[i].width, rects[i].height});
+    }
+    std::free(reply);
     return result;
 }
 
