@@ -1,0 +1,108 @@
+#include "core/analysis/SampleBlock.h"
+
+#include <cmath>
+#include <cstring>
+
+#include "core/analysis/SampleExtraction.h"
+
+namespace lorvane {
+namespace detail {
+
+namespace {
+
+constexpr std::size_t floatBytes = sizeof(float);
+
+inline float loadFloat(const std::byte* data, std::size_t index) {
+    float value;
+    std::memcpy(&value, data + index * floatBytes, floatBytes);  // buffers need not be float-aligned
+    return value;
+}
+
+}  // namespace
+
+float sumOfSquares(const std::byte* data, std::size_t count) {
+    // Eight partial sums let the compiler keep the loop in vector registers; a single running sum
+    // would serialise every addition.
+    using Lanes = float __attribute__((vector_size(32)));
+    constexpr std::size_t laneCount = 8;
+    Lanes partial{};
+    std::size_t i = 0;
+    for (; i + laneCount <= count; i += laneCount) {
+        Lanes v;
+        std::memcpy(&v, data + i * floatBytes, sizeof v);
+        partial += v * v;
+    }
+    float total = ((partial[0] + partial[1]) + (partial[2] + partial[3])) +
+                  ((partial[4] + partial[5]) + (partial[6] + partial[7]));
+    for (; i < count; ++i) {
+        const float v = loadFloat(data, i);
+        total += v * v;
+    }
+    return total;
+}
+
+std::optional<BlockLayout> inspectBlock(const SampleBlock& block) {
+    if (block.format != SampleFormat::float32 || block.buffers.empty()) return std::nullopt;
+
+    BlockLayout layout;
+    layout.channels = block.channelsPerFrame < 2 ? 1 : static_cast<std::size_t>(block.channelsPerFrame);
+    layout.monoOrPlanar = layout.channels < 2 || !block.interleaved;
+
+    float total = 0;
+    std::size_t count = 0;
+    for (std::size_t index = 0; index < block.buffers.size(); ++index) {
+        const auto& buffer = block.buffers[index];
+        if (buffer.data() == nullptr || buffer.size() < floatBytes) continue;
+        const std::size_t n = buffer.size() / floatBytes;
+        total += sumOfSquares(buffer.data(), n);
+        count += n;
+        if (index == 0) {
+            layout.first = buffer.data();
+            layout.firstFloats = n;
+        }
+    }
+    if (layout.first != nullptr) {
+        layout.monoCount = layout.monoOrPlanar ? layout.firstFloats : layout.firstFloats / layout.channels;
+    }
+    if (count < 1 || layout.monoCount == 0) return std::nullopt;
+    layout.rms = std::sqrt(total / static_cast<float>(count));
+    return layout;
+}
+
+void writeMono(const BlockLayout& layout, std::size_t from, std::size_t count, float* out) {
+    const std::byte* data = layout.first;
+    if (layout.monoOrPlanar) {
+        std::memcpy(out, data + from * floatBytes, count * floatBytes);
+        return;
+    }
+    const std::size_t channels = layout.channels;
+    if (channels == 2) {
+        // Halving is exact, so this equals the sum divided by 2.
+        for (std::size_t i = 0; i < count; ++i) {
+            const std::size_t at = (from + i) * 2;
+            out[i] = (loadFloat(data, at) + loadFloat(data, at + 1)) * 0.5f;
+        }
+        return;
+    }
+    const float divisor = static_cast<float>(channels);
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::size_t at = (from + i) * channels;
+        float sum = 0;
+        for (std::size_t c = 0; c < channels; ++c) sum += loadFloat(data, at + c);
+        out[i] = sum / divisor;
+    }
+}
+
+}  // namespace detail
+
+std::optional<ExtractedAudio> audioData(const SampleBlock& block) {
+    const auto layout = detail::inspectBlock(block);
+    if (!layout) return std::nullopt;
+    ExtractedAudio audio;
+    audio.rms = layout->rms;
+    audio.samples.resize(layout->monoCount);
+    detail::writeMono(*layout, 0, layout->monoCount, audio.samples.data());
+    return audio;
+}
+
+}  // namespace lorvane

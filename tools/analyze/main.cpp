@@ -1,0 +1,148 @@
+// lorvane-analyze: runs an audio file through the same analysis the program applies to captured
+// system audio and prints every published frame as one JSON object per line.
+
+#include <cerrno>
+#include <charconv>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "AudioFileReader.h"
+#include "FrameJsonWriter.h"
+#include "core/analysis/AudioAnalyzer.h"
+
+namespace {
+
+using namespace lorvane;
+using tools::AudioFileReader;
+using tools::FrameJsonWriter;
+
+constexpr const char* programName = "lorvane-analyze";
+constexpr std::size_t defaultBlockFrames = 480;  // 10 ms, like the capture stream's buffers
+constexpr std::size_t maximumBlockFrames = 1 << 20;
+// The clock starts above 0 because a last beat time of 0 means "no beat yet".
+constexpr double clockStart = 1.0;
+
+constexpr const char* usage =
+    "Usage: lorvane-analyze [--block FRAMES] [--keep-going] FILE\n"
+    "\n"
+    "Feeds FILE (WAV, FLAC, Ogg or anything else libsndfile reads; 48000 Hz) to the audio analysis\n"
+    "in blocks of FRAMES frames (default 480, 10 ms) on a simulated clock that starts at 1.0 s and\n"
+    "advances by each block's duration. Prints one JSON object per line for every published frame:\n"
+    "  {\"t\":SECONDS,\"level\":L,\"motionRate\":M,\"beatPulse\":P,\"spectrum\":[96 band levels]}\n"
+    "and, when more than 4 s pass without an audible block, the failure that ends the run:\n"
+    "  {\"t\":SECONDS,\"failure\":\"silentOrProtectedAudio\"}\n"
+    "The run stops there unless --keep-going starts a new run at once, as a retry would.\n"
+    "\n"
+    "Exit status: 0 when the file was analysed, 1 when it could not be read, 2 on a usage error.\n";
+
+struct Options {
+    std::size_t blockFrames = defaultBlockFrames;
+    bool keepGoing = false;
+    std::string path;
+};
+
+int fail(const std::string& message, int status) {
+    std::fprintf(stderr, "%s: %s\n", programName, message.c_str());
+    return status;
+}
+
+std::optional<std::size_t> parseFrames(std::string_view text) {
+    std::size_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc{} || end != text.data() + text.size()) return std::nullopt;
+    if (value < 1 || value > maximumBlockFrames) return std::nullopt;
+    return value;
+}
+
+// Fills `out` with up to `frames` frames; fewer only at the end of the file.
+std::size_t readBlock(AudioFileReader& reader, float* out, std::size_t frames) {
+    std::size_t done = 0;
+    while (done < frames) {
+        const std::size_t got =
+            reader.read(out + done * static_cast<std::size_t>(reader.channels()), frames - done);
+        if (got == 0) break;
+        done += got;
+    }
+    return done;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    bool havePath = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view arg = argv[i];
+        if (arg == "--help" || arg == "-h") {
+            std::fputs(usage, stdout);
+            return 0;
+        }
+        if (arg == "--keep-going") {
+            options.keepGoing = true;
+        } else if (arg == "--block") {
+            if (i + 1 >= argc) return fail("--block needs a number of frames (try --help)", 2);
+            const auto frames = parseFrames(argv[++i]);
+            if (!frames) return fail("--block takes a whole number of frames from 1 to 1048576", 2);
+            options.blockFrames = *frames;
+        } else if (arg.size() > 1 && arg.front() == '-') {
+            return fail("unknown option '" + std::string(arg) + "' (try --help)", 2);
+        } else if (havePath) {
+            return fail("only one audio file can be analysed at a time (try --help)", 2);
+        } else {
+            options.path = arg;
+            havePath = true;
+        }
+    }
+    if (!havePath) return fail("no audio file given (try --help)", 2);
+
+    auto opened = AudioFileReader::open(options.path);
+    if (!opened.reader) return fail(opened.error, 1);
+    AudioFileReader& reader = *opened.reader;
+    if (reader.sampleRate() != static_cast<int>(AudioAnalyzer::sampleRate)) {
+        return fail("'" + options.path + "' is sampled at " + std::to_string(reader.sampleRate()) +
+                        " Hz; the analysis needs 48000 Hz (resample it first, for example with "
+                        "'sox IN -r 48000 OUT')",
+                    1);
+    }
+
+    static char outputBuffer[1 << 20];
+    std::setvbuf(stdout, outputBuffer, _IOFBF, sizeof outputBuffer);
+    FrameJsonWriter writer(stdout);
+
+    AudioAnalyzer analyzer;
+    analyzer.beginRun(clockStart);
+    const auto channels = static_cast<std::size_t>(reader.channels());
+    std::vector<float> samples(options.blockFrames * channels);
+    std::uint64_t framesRead = 0;
+    SampleBlock block;
+    block.format = SampleFormat::float32;
+    block.channelsPerFrame = reader.channels();
+    block.interleaved = true;
+
+    while (true) {
+        const std::size_t frames = readBlock(reader, samples.data(), options.blockFrames);
+        if (frames == 0) break;
+        framesRead += frames;
+        // From the frame count, not by repeated addition, so the clock does not drift over hours.
+        const double now = clockStart + static_cast<double>(framesRead) / AudioAnalyzer::sampleRate;
+        block.buffers = {std::as_bytes(std::span<const float>(samples.data(), frames * channels))};
+        const auto result = analyzer.process(block, now);
+        if (result.outcome == AudioAnalyzer::Outcome::frame) {
+            writer.writeFrame(now, result.frame);
+        } else if (result.outcome == AudioAnalyzer::Outcome::silenceFailure) {
+            writer.writeFailure(now, AudioCaptureFailure::silentOrProtectedAudio);
+            if (!options.keepGoing) break;
+            analyzer.reset();
+            analyzer.beginRun(now);
+        }
+    }
+    if (framesRead == 0) return fail("'" + options.path + "' holds no audio frames", 1);
+    if (!writer.finish()) return fail("cannot write the frames: " + std::string(std::strerror(errno)), 1);
+    return 0;
+}
