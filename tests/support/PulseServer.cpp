@@ -340,6 +340,21 @@ bool PulseServer::addNullSink(const std::string& name) {
     return pactl(arguments).ok();
 }
 
+bool PulseServer::removeNullSink(const std::string& name) {
+    // Short listing: index, module name, arguments.
+    const auto modules = pactl({"list", "short", "modules"});
+    std::istringstream lines(modules.output);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.find("module-null-sink") == std::string::npos) continue;
+        if (line.find("sink_name=" + name + " ") == std::string::npos) continue;
+        std::istringstream fields(line);
+        std::string index;
+        fields >> index;
+        return pactl({"unload-module", index}).ok();
+    }
+    return false;
+}
+
 bool PulseServer::setDefaultSink(const std::string& name) { return pactl({"set-default-sink", name}).ok(); }
 
 bool PulseServer::setSinkVolume(const std::string& sink, const std::string& volume) {

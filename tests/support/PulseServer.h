@@ -62,6 +62,8 @@ public:
 
     // Adds another null sink (48000 Hz, float32, stereo); true on success.
     bool addNullSink(const std::string& name);
+    // Removes a sink made by addNullSink(), as if the device were unplugged.
+    bool removeNullSink(const std::string& name);
     bool setDefaultSink(const std::string& name);
     // Sets a sink's volume like a user would, e.g. "50%".
     bool setSinkVolume(const std::string& sink, const std::string& volume);
