@@ -28,10 +28,13 @@ public:
 
 private:
     struct Handle;
-    AudioFileReader(std::unique_ptr<Handle> handle, int channels, int sampleRate);
+    AudioFileReader(std::unique_ptr<Handle> handle, int channels, int sampleRate, bool sixteenBit);
     std::unique_ptr<Handle> handle_;
     int channels_;
     int sampleRate_;
+    bool sixteenBit_ = false;
+    std::unique_ptr<short[]> shorts_;
+    std::size_t shortCapacity_ = 0;
 };
 
 }  // namespace lorvane::tools

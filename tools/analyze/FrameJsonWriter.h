@@ -2,7 +2,7 @@
 // One JSON object per line: a published frame, or the silence failure that ends a run.
 
 #include <cstdio>
-#include <string>
+#include <string_view>
 
 #include "core/AudioCaptureFailure.h"
 #include "core/AudioVisualizationFrame.h"
@@ -19,11 +19,14 @@ public:
     bool finish();
 
 private:
+    void text(std::string_view text);
     void number(double value);
     void flushLine();
 
     std::FILE* out_;
-    std::string line_;
+    // One line at a time; a frame line is under 2 KB.
+    char line_[4096];
+    char* end_ = line_;
     bool failed_ = false;
 };
 

@@ -39,7 +39,8 @@ constexpr double initialTempoFactor = 0.42;
 struct BandTable {
     std::array<int, bandCount> lo{};
     std::array<int, bandCount> hi{};
-    int highestBin = 0;  // one past the highest bin any band reads
+    std::array<bool, bandCount> repeatsPrevious{};  // same bins as the band below (bands 1-10 do)
+    int highestBin = 0;                             // one past the highest bin any band reads
 };
 
 const BandTable& bandTable() {
@@ -55,11 +56,27 @@ const BandTable& bandTable() {
             hi = std::min(std::max(hi, lo + 1), static_cast<int>(magnitudeCount));
             t.lo[b] = lo;
             t.hi[b] = hi;
+            t.repeatsPrevious[b] = b > 0 && t.lo[b - 1] == lo && t.hi[b - 1] == hi;
             t.highestBin = std::max(t.highestBin, hi);
         }
         return t;
     }();
     return table;
+}
+
+// out[i] = a[i] × b[i], eight at a time (any alignment).
+void multiply(const float* a, const float* b, float* out, std::size_t count) {
+    using Lanes = float __attribute__((vector_size(32)));
+    const std::size_t whole = count - count % 8;
+    for (std::size_t i = 0; i < whole; i += 8) {
+        Lanes x;
+        Lanes y;
+        std::memcpy(&x, a + i, sizeof x);
+        std::memcpy(&y, b + i, sizeof y);
+        const Lanes product = x * y;
+        std::memcpy(out + i, &product, sizeof product);
+    }
+    for (std::size_t i = whole; i < count; ++i) out[i] = a[i] * b[i];
 }
 
 double bandValue(float mean) {
@@ -114,6 +131,10 @@ struct AudioAnalyzer::Fft {
             magnitudes[static_cast<std::size_t>(k)] = 2.0f * std::sqrt(re * re + im * im);
         }
         for (std::size_t b = 0; b < bandCount; ++b) {
+            if (table.repeatsPrevious[b]) {
+                out[b] = out[b - 1];
+                continue;
+            }
             float sum = 0;
             for (int k = table.lo[b]; k < table.hi[b]; ++k) sum += magnitudes[static_cast<std::size_t>(k)];
             const float mean = sum / static_cast<float>(table.hi[b] - table.lo[b]) * (1.0f / 1024.0f);
@@ -243,7 +264,7 @@ std::vector<double> AudioAnalyzer::spectrum(std::span<const float> samples) {
     if (samples.size() != windowSize) {
         out = state_->previousSpectrum;
     } else {
-        for (std::size_t n = 0; n < windowSize; ++n) fft_->input[n] = samples[n] * fft_->window[n];
+        multiply(samples.data(), fft_->window.data(), fft_->input, windowSize);
         fft_->bands(out);
     }
     return {out.begin(), out.end()};
@@ -257,10 +278,8 @@ AudioVisualizationFrame AudioAnalyzer::publishFrame(double now) {
     std::array<double, bandCount>& spectrum = s.scratch;
     if (s.filled == windowSize) {
         const std::size_t tail = windowSize - s.writePos;
-        float* input = fft_->input;
-        const float* window = fft_->window.data();
-        for (std::size_t n = 0; n < tail; ++n) input[n] = s.ring[s.writePos + n] * window[n];
-        for (std::size_t n = tail; n < windowSize; ++n) input[n] = s.ring[n - tail] * window[n];
+        multiply(s.ring.data() + s.writePos, fft_->window.data(), fft_->input, tail);
+        multiply(s.ring.data(), fft_->window.data() + tail, fft_->input + tail, windowSize - tail);
         fft_->bands(spectrum);
     } else {
         spectrum = s.previousSpectrum;

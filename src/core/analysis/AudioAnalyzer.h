@@ -42,15 +42,17 @@ public:
     void beginRun(double now);
     // An explicit stop: the analysis state returns to its initial values, except the learnt tempo.
     void reset();
-    // Steps 2-16 for one buffer read at clock time `now`.
+    // The whole per-buffer step for one buffer read at clock time `now`: level, silence watch,
+    // accumulation and, at most every 1/30 s, a frame.
     Result process(const SampleBlock& block, double now);
     Result process(const ExtractedAudio& audio, double now);
 
     // 96 band levels from exactly 1024 samples; any other count gives the previous spectrum.
     std::vector<double> spectrum(std::span<const float> samples);
 
-    // Steps 8-16 on the samples accumulated so far, bypassing the 1/30 s throttle (which process()
-    // applies before calling it); `now` becomes the last publish time. For benchmarks and tests.
+    // The publish step (spectrum, flux, beat, tempo, smoothing, frame) on the samples accumulated
+    // so far, bypassing the 1/30 s throttle that process() applies before calling it; `now` becomes
+    // the last publish time. For benchmarks and tests.
     AudioVisualizationFrame publishFrame(double now);
 
     // Read access for tests and tools.
@@ -96,9 +98,9 @@ private:
     std::unique_ptr<Fft> fft_;
     std::unique_ptr<State> state_;
 
-    // Steps 2-5; false when the silence watch ends the run.
+    // Level target, smoothing and silence watch; false when the silence watch ends the run.
     bool updateLevelAndWatchSilence(double rms, double now);
-    // Step 7 and, when the throttle allows, steps 8-16.
+    // The publish throttle and, when it allows, the publish step.
     Result throttleAndPublish(double now);
 };
 
