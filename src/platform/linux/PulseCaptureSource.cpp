@@ -40,7 +40,7 @@ bool sandboxHidesSoundServer(const std::filesystem::path& root, const char* puls
     return !std::filesystem::exists(std::filesystem::path(runtimeDirectory) / "pulse" / "native", ignored);
 }
 
-PulseCaptureSource::PulseCaptureSource() {
+PulseCaptureSource::PulseCaptureSource(double fragmentSeconds) : fragmentSeconds_(fragmentSeconds) {
     loop_ = pa_threaded_mainloop_new();
     if (!loop_) return;
     pa_threaded_mainloop_set_name(loop_, threadName);
@@ -243,7 +243,7 @@ void PulseCaptureSource::openStream(const std::string& monitorSource) {
     attributes.prebuf = static_cast<std::uint32_t>(-1);
     attributes.minreq = static_cast<std::uint32_t>(-1);
     attributes.fragsize = static_cast<std::uint32_t>(pa_usec_to_bytes(
-        static_cast<pa_usec_t>(fragmentSeconds * PA_USEC_PER_SEC), &spec));
+        static_cast<pa_usec_t>(fragmentSeconds_ * PA_USEC_PER_SEC), &spec));
     if (pa_stream_connect_record(stream_, monitorSource.c_str(), &attributes, PA_STREAM_ADJUST_LATENCY) < 0) {
         failRun(AudioCaptureFailure::unavailable);
     }
@@ -353,9 +353,11 @@ void PulseCaptureSource::bury() {
 
 std::unique_ptr<SystemAudioLevelMonitor> makePulseAudioLevelMonitor(
     std::function<void(const AudioVisualizationFrame&)> frameDidChange,
-    std::function<void(AudioCaptureFailure)> captureDidFail, MainQueue& mainQueue, const Clock& clock) {
+    std::function<void(AudioCaptureFailure)> captureDidFail, MainQueue& mainQueue, const Clock& clock,
+    double fragmentSeconds) {
     return std::make_unique<SystemAudioLevelMonitor>(std::move(frameDidChange), std::move(captureDidFail),
-                                                     std::make_unique<PulseCaptureSource>(), mainQueue, clock);
+                                                     std::make_unique<PulseCaptureSource>(fragmentSeconds),
+                                                     mainQueue, clock);
 }
 
 }  // namespace lorvane

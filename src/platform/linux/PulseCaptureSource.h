@@ -1,6 +1,6 @@
 #pragma once
 // System-audio capture from the sound server: a record stream on the monitor source of the default
-// sink, 48000 Hz, stereo, float32, in blocks of about 10 ms, read and analysed on one thread
+// sink, 48000 Hz, stereo, float32, in blocks of about 20 ms, read and analysed on one thread
 // ("lorvane-samples", libpulse's threaded main loop) that sleeps between blocks. Works with PulseAudio
 // and with PipeWire's PulseAudio server. When the user picks another output device, the stream follows
 // the new default sink's monitor without a failure.
@@ -37,10 +37,15 @@ class PulseCaptureSource final : public CaptureSource {
 public:
     static constexpr std::uint32_t sampleRate = 48000;
     static constexpr std::uint8_t channelCount = 2;
-    static constexpr double fragmentSeconds = 0.010;
+    // 20 ms, not less: each fragment wakes the sound server (and makes the sink render at that pace),
+    // so 10 ms blocks cost the server about twice as much, and more than a whole cava at its own
+    // defaults. Following the music gains nothing below this, since frames go out at most every
+    // 1/30 s and a sink hands its monitor each block as it renders it, before it is heard.
+    static constexpr double defaultFragmentSeconds = 0.020;
     static constexpr const char* threadName = "lorvane-samples";
 
-    PulseCaptureSource();
+    // `fragmentSeconds` is how much sound each block holds (and how often the server wakes for us).
+    explicit PulseCaptureSource(double fragmentSeconds = defaultFragmentSeconds);
     ~PulseCaptureSource() override;
     PulseCaptureSource(const PulseCaptureSource&) = delete;
     PulseCaptureSource& operator=(const PulseCaptureSource&) = delete;
@@ -72,6 +77,7 @@ private:
     void detachStream();
     void bury();
 
+    double fragmentSeconds_;
     pa_threaded_mainloop* loop_ = nullptr;
     bool loopRunning_ = false;
     bool running_ = false;          // a run is live: from start() until stop() or its failure
@@ -96,6 +102,7 @@ bool sandboxHidesSoundServer(const std::filesystem::path& root, const char* puls
 // The level monitor on the desktop's sound server.
 std::unique_ptr<SystemAudioLevelMonitor> makePulseAudioLevelMonitor(
     std::function<void(const AudioVisualizationFrame&)> frameDidChange,
-    std::function<void(AudioCaptureFailure)> captureDidFail, MainQueue& mainQueue, const Clock& clock);
+    std::function<void(AudioCaptureFailure)> captureDidFail, MainQueue& mainQueue, const Clock& clock,
+    double fragmentSeconds = PulseCaptureSource::defaultFragmentSeconds);
 
 }  // namespace lorvane
