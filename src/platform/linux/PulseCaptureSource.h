@@ -38,9 +38,10 @@ public:
     static constexpr std::uint32_t sampleRate = 48000;
     static constexpr std::uint8_t channelCount = 2;
     // 20 ms, not less: each fragment wakes the sound server (and makes the sink render at that pace),
-    // so 10 ms blocks cost the server about twice as much, and more than a whole cava at its own
-    // defaults. Following the music gains nothing below this, since frames go out at most every
-    // 1/30 s and a sink hands its monitor each block as it renders it, before it is heard.
+    // so 10 ms blocks cost the server about half as much again, and more than a whole cava at its own
+    // defaults. They bring frames no sooner when the player itself keeps a short buffer, and 10-30 ms
+    // sooner behind a music player's long one. See bench/CaptureLatencyBenchmark.cpp and
+    // bench/capture_cpu.sh.
     static constexpr double defaultFragmentSeconds = 0.020;
     static constexpr const char* threadName = "lorvane-samples";
 
