@@ -14,6 +14,7 @@ build_packages=(
 # a private session bus, a private sound server and the real MPRIS client.
 test_packages=(
   xvfb xauth openbox x11-utils xdotool dbus pulseaudio-utils playerctl
+  x11-xserver-utils xcompmgr
 )
 
 packages=("${build_packages[@]}")

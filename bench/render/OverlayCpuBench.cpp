@@ -1,0 +1,152 @@
+// CPU use of the whole overlay showing a live wave, on a private X server (Xvfb + openbox) with Mesa's
+// software OpenGL: an upper bound of what a machine with a GPU pays. Run:
+//   build/bench/render/overlay_cpu_bench                         (60 s per case)
+//   build/bench/render/overlay_cpu_bench --benchmark_filter=Compact/10   (a shorter look)
+// Counters: process_cpu = this process (drawing, including the software rasteriser's threads) as a
+// percentage of one core; xserver_cpu = the X server presenting the frames; fps = frames drawn per
+// second. The model receives a new synthetic analysis frame 30 times a second, as live capture does.
+#include <benchmark/benchmark.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QGuiApplication>
+#include <QScreen>
+#include <QThread>
+#include <QTimer>
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <sstream>
+
+#include "core/KeyValueStore.h"
+#include "support/XSession.h"
+#include "ui/OverlayWindow.h"
+#include "ui/OverlayWindowFactory.h"
+
+using namespace lorvane;
+
+namespace {
+
+lorvane::test::XSession* session = nullptr;
+
+double processCpuSeconds() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_utime.tv_sec + usage.ru_utime.tv_usec / 1e6 + usage.ru_stime.tv_sec + usage.ru_stime.tv_usec / 1e6;
+}
+
+double childCpuSeconds(pid_t pid) {
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+    const auto close = text.rfind(')');
+    if (close == std::string::npos) return 0;
+    std::istringstream fields(text.substr(close + 2));
+    std::string field;
+    double ticks = 0;
+    for (int i = 3; i <= 15 && fields >> field; ++i) {
+        if (i == 14 || i == 15) ticks += std::stod(field);  // utime, stime
+    }
+    return ticks / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
+// Runs the event loop (blocking, no polling of our own) for `seconds`.
+void spin(double seconds) {
+    QEventLoop loop;
+    QTimer::singleShot(static_cast<int>(seconds * 1000), Qt::PreciseTimer, &loop, &QEventLoop::quit);
+    loop.exec();
+}
+
+bool useMonitor(int width, int height) {
+    if (!session->setMonitors({{0, 0, width, height}})) return false;
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < 10000) {
+        const auto screens = QGuiApplication::screens();
+        if (screens.size() == 1 && screens.front()->geometry() == QRect(0, 0, width, height)) return true;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    }
+    return false;
+}
+
+void runOverlay(benchmark::State& state, OverlayDisplayMode mode, int width, int height) {
+    if (!useMonitor(width, height)) {
+        state.SkipWithError("the monitor did not come up");
+        return;
+    }
+    auto store = std::make_shared<MemoryKeyValueStore>();
+    auto preferences = std::make_shared<OverlayPreferences>(store);
+    auto model = std::make_shared<VisualizerModel>();
+    preferences->setDisplayMode(mode);
+    preferences->setColor(WaveColor::aurora);
+    ReferenceDateClock clock;
+    auto controller = makeOverlayWindowController(preferences, model, clock);
+    auto& window = static_cast<OverlayWindow&>(controller->panel());
+
+    // A live-looking analysis: level, pulse and a moving spectrum, 30 frames a second.
+    QTimer analysis;
+    analysis.setTimerType(Qt::PreciseTimer);
+    double phase = 0;
+    QObject::connect(&analysis, &QTimer::timeout, [&] {
+        phase += 1.0 / 30;
+        AudioVisualizationFrame frame;
+        frame.level = 0.55 + 0.3 * std::sin(phase * 1.7);
+        frame.motionRate = 1.2 + 0.5 * std::sin(phase * 0.3);
+        frame.beatPulse = std::fmod(phase * 2, 1.0) < 0.15 ? 1.0 : 0.2;
+        frame.spectrum.resize(96);
+        for (int i = 0; i < 96; ++i) frame.spectrum[static_cast<std::size_t>(i)] = 0.5 + 0.45 * std::sin(i * 0.2 + phase * 3);
+        model->updateLiveFrame(frame);
+    });
+    analysis.start(33);
+    controller->show();
+    spin(2);  // settle
+
+    const double seconds = static_cast<double>(state.range(0));
+    for (auto _ : state) {
+        const double cpu0 = processCpuSeconds(), x0 = childCpuSeconds(session->serverPid());
+        const long long frames0 = window.framesDrawn();
+        QElapsedTimer wall;
+        wall.start();
+        spin(seconds);
+        const double elapsed = wall.nsecsElapsed() / 1e9;
+        state.SetIterationTime(elapsed);
+        state.counters["process_cpu_%"] = 100 * (processCpuSeconds() - cpu0) / elapsed;
+        state.counters["xserver_cpu_%"] = 100 * (childCpuSeconds(session->serverPid()) - x0) / elapsed;
+        state.counters["fps"] = static_cast<double>(window.framesDrawn() - frames0) / elapsed;
+    }
+    controller->hide();
+    // Hidden: no frames, next to no CPU.
+    const double cpu0 = processCpuSeconds();
+    const long long frames0 = window.framesDrawn();
+    spin(3);
+    state.counters["hidden_cpu_%"] = 100 * (processCpuSeconds() - cpu0) / 3;
+    state.counters["hidden_frames"] = static_cast<double>(window.framesDrawn() - frames0);
+}
+
+void Compact1920x1080(benchmark::State& state) { runOverlay(state, OverlayDisplayMode::compact, 1920, 1080); }
+BENCHMARK(Compact1920x1080)->Arg(60)->Arg(10)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+
+void Fog3840x2160(benchmark::State& state) { runOverlay(state, OverlayDisplayMode::fullscreenFog, 3840, 2160); }
+BENCHMARK(Fog3840x2160)->Arg(60)->Arg(10)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    lorvane::test::XSession::Options options;
+    options.width = 3840;
+    options.height = 2160;
+    lorvane::test::XSession x(options);
+    if (!x.isRunning()) {
+        std::fprintf(stderr, "no X session: %s\n", x.error().c_str());
+        return 1;
+    }
+    session = &x;
+    x.exportEnvironment();
+    QGuiApplication app(argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

@@ -1,0 +1,34 @@
+// The picture tests render through OpenGL on a private X server (Mesa's software renderer here).
+#include <gtest/gtest.h>
+
+#include <QGuiApplication>
+#include <cstdio>
+#include <memory>
+
+#include "support/XSession.h"
+#include "ui/OffscreenWaveRenderer.h"
+
+namespace {
+std::unique_ptr<lorvane::OffscreenWaveRenderer> sharedRenderer;
+}
+
+// One renderer for all tests; it lives while the application and the X server do.
+lorvane::OffscreenWaveRenderer& pictureRenderer() { return *sharedRenderer; }
+
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    if (GTEST_FLAG_GET(list_tests)) return RUN_ALL_TESTS();
+    lorvane::test::XSession::Options options;
+    options.windowManager = false;
+    lorvane::test::XSession session(options);
+    if (!session.isRunning()) {
+        std::fprintf(stderr, "no X session for the picture tests: %s\n", session.error().c_str());
+        return 1;
+    }
+    session.exportEnvironment();
+    QGuiApplication app(argc, argv);
+    sharedRenderer = std::make_unique<lorvane::OffscreenWaveRenderer>();
+    const int result = RUN_ALL_TESTS();
+    sharedRenderer.reset();
+    return result;
+}
