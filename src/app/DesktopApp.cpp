@@ -4,7 +4,9 @@
 
 #include "Version.h"
 #include "core/app/SettingsText.h"
+#include "app/OverlayAdapter.h"
 #include "platform/linux/LinuxPlaybackMonitor.h"
+#include "platform/linux/PulseCaptureSource.h"
 #include "platform/linux/QSettingsStore.h"
 #include "ui/shell/SettingsWindow.h"
 #include "ui/shell/TrayMenu.h"
@@ -30,6 +32,10 @@ DesktopApp::~DesktopApp() = default;
 
 AppFactories DesktopApp::makeFactories() {
     AppFactories factories;
+    factories.makeOverlay = [this](OverlayPreferences& preferences,
+                                   VisualizerModel& model) -> std::unique_ptr<OverlayPresenting> {
+        return std::make_unique<OverlayAdapter>(preferences, model, dates_);
+    };
     factories.makeSettingsWindow = [](OverlayPreferences& preferences, VisualizerModel& model, SettingsActions actions,
                                       bool launchAtLoginEnabled) -> std::unique_ptr<SettingsWindowPresenting> {
         const QString version = QString::fromStdString(versionText(LORVANE_VERSION, LORVANE_BUILD));
@@ -42,6 +48,10 @@ AppFactories DesktopApp::makeFactories() {
                                            SnapshotCallback snapshotDidChange) -> std::unique_ptr<PlaybackMonitoring> {
         return makeLinuxPlaybackMonitor(std::move(enabledPlayers), std::move(snapshotDidChange), outputVolume_,
                                         mainQueue_);
+    };
+    factories.makeAudioLevelMonitor = [this](FrameCallback frameDidChange,
+                                             FailureCallback captureDidFail) -> std::unique_ptr<AudioLevelMonitoring> {
+        return makePulseAudioLevelMonitor(std::move(frameDidChange), std::move(captureDidFail), mainQueue_, uptime_);
     };
     return factories;
 }

@@ -6,6 +6,7 @@
 
 #include "core/Clock.h"
 #include "core/app/AppDelegate.h"
+#include "platform/linux/PulseOutputVolume.h"
 #include "platform/linux/SoundSettingsLauncher.h"
 #include "platform/linux/XdgAutostartLoginItem.h"
 #include "platform/qt/QtMainQueue.h"
@@ -16,12 +17,6 @@ namespace lorvane {
 class QtApplicationTerminator final : public ApplicationTerminating {
 public:
     void terminate() override;
-};
-
-// Full volume, until the sound server's volume is wired in.
-class FullOutputVolume final : public OutputVolume {
-public:
-    double systemOutputVolume() const override { return 1.0; }
 };
 
 class DesktopApp {
@@ -40,7 +35,8 @@ private:
     MessageBoxAlert alerts_;
     SoundSettingsLauncher soundSettings_;
     QtApplicationTerminator terminator_;
-    FullOutputVolume outputVolume_;
+    SteadyClock uptime_;
+    PulseOutputVolume outputVolume_;
     std::unique_ptr<AppDelegate> delegate_;
 };
 

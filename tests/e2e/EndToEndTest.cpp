@@ -6,6 +6,7 @@
 
 #include <QCoreApplication>
 #include <QFile>
+#include <QRegularExpression>
 #include <QSettings>
 #include <cmath>
 
@@ -44,7 +45,9 @@ protected:
     }
     void TearDown() override {
         // Quitting by signal stops the monitors and ends the program normally.
-        if (lorvane.running()) EXPECT_EQ(lorvane.terminate(), 0) << lorvane.output().toStdString();
+        if (lorvane.running()) {
+            EXPECT_EQ(lorvane.terminate(), 0) << lorvane.output().toStdString();
+        }
     }
 
     // The current label of the first menu item whose label starts with `prefix`.
@@ -78,11 +81,9 @@ protected:
         return settings.value(key);
     }
 
-    // The overlay band: Lorvane's window that is not the settings window.
+    // The overlay band: the window titled "Lorvane" as wide as the screen.
     std::optional<unsigned long> overlayWindow(bool onlyVisible) {
-        const auto settings = desktop.windowsNamed(settingsTitle, false);
-        for (unsigned long window : desktop.windowsOfClass("lorvane", onlyVisible)) {
-            if (std::find(settings.begin(), settings.end(), window) != settings.end()) continue;
+        for (unsigned long window : desktop.windowsNamed("Lorvane", onlyVisible)) {
             const auto geometry = desktop.geometry(window);
             if (geometry && geometry->width >= 1000) return window;
         }
@@ -208,16 +209,32 @@ TEST_F(EndToEnd, MenuChoicesChangeTheSettingsFileAndTheWindow) {
     ASSERT_TRUE(waitForOverlay(true));
     ASSERT_TRUE(waitFor([&] { return menuLabel("Audio Analysis: Live ").endsWith("%"); }));
 
-    // Colour: the file records it and the wave turns pink (red strongest, blue above green).
+    // Colour: the wave starts cyan; the file records the new choice and the wave turns pink.
+    const auto cyanish = [](const AppDesktop::Colour& c) { return c.green > c.red + 60 && c.blue > c.red + 60; };
+    const auto pinkish = [](const AppDesktop::Colour& c) { return c.red > c.green + 60 && c.blue > c.green; };
+    const auto waveColour = [&]() -> std::optional<AppDesktop::Colour> {
+        const auto overlay = overlayWindow(true);
+        const auto area = overlay ? desktop.geometry(*overlay) : std::nullopt;
+        return area ? desktop.vividColour(*area) : std::nullopt;
+    };
+    EXPECT_TRUE(waitFor([&] {
+        const auto colour = waveColour();
+        return colour && colour->pixels > 50 && cyanish(*colour);
+    }));
     ASSERT_TRUE(clickMenu("Pink"));
     EXPECT_TRUE(waitFor([&] { return storedSetting("waveColor").toString() == "pink"; }));
     EXPECT_TRUE(waitFor([&] { return menuChecked("Pink") == true && menuChecked("Cyan") == false; }));
+    std::optional<AppDesktop::Colour> colour;
     EXPECT_TRUE(waitFor([&] {
-        const auto overlay = overlayWindow(true);
-        const auto area = overlay ? desktop.geometry(*overlay) : std::nullopt;
-        const auto colour = area ? desktop.brightColour(*area) : std::nullopt;
-        return colour && colour->pixels > 50 && colour->red > colour->green + 60 && colour->blue > colour->green;
-    }));
+        colour = waveColour();
+        return colour && colour->pixels > 50 && pinkish(*colour);
+    })) << (colour ? QStringLiteral("bright pixels %1 average %2 %3 %4")
+                         .arg(colour->pixels)
+                         .arg(colour->red)
+                         .arg(colour->green)
+                         .arg(colour->blue)
+                         .toStdString()
+                   : std::string("no picture"));
 
     // Position: a 150-high band at the top of the screen.
     ASSERT_TRUE(clickMenu("Top of Screen"));

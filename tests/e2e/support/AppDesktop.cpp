@@ -232,7 +232,7 @@ std::string AppDesktop::property(unsigned long window, const std::string& name) 
     return x_->run({"xprop", "-id", std::to_string(window), name}).output;
 }
 
-std::optional<AppDesktop::Colour> AppDesktop::brightColour(const Geometry& area) const {
+std::optional<AppDesktop::Colour> AppDesktop::vividColour(const Geometry& area) const {
     xcb_connection_t* connection = xcb_connect(x_->display().c_str(), nullptr);
     if (!connection || xcb_connection_has_error(connection)) {
         if (connection) xcb_disconnect(connection);
@@ -250,7 +250,9 @@ std::optional<AppDesktop::Colour> AppDesktop::brightColour(const Geometry& area)
         // 32 bits per pixel, blue green red unused, as Xvfb's 24-bit visual stores them.
         for (int i = 0; i + 3 < length; i += 4) {
             const int blue = data[i], green = data[i + 1], red = data[i + 2];
-            if (std::max({red, green, blue}) < 90) continue;
+            // Only vivid pixels: the wave, not grey window chrome or the dark background.
+            const int brightest = std::max({red, green, blue});
+            if (brightest < 90 || brightest - std::min({red, green, blue}) < 60) continue;
             sum.red += red;
             sum.green += green;
             sum.blue += blue;

@@ -96,13 +96,13 @@ public:
     };
     std::optional<Geometry> geometry(unsigned long window) const;
     std::string property(unsigned long window, const std::string& name) const;
-    // The average colour of the brightest pixels of a screen rectangle, as "r g b" in 0...255, read
-    // from the X server; nothing when the rectangle cannot be read.
+    // The average colour (0...255) of the bright, saturated pixels of a screen rectangle, read from the
+    // X server; nothing when the rectangle cannot be read.
     struct Colour {
         double red = 0, green = 0, blue = 0;
         int pixels = 0;
     };
-    std::optional<Colour> brightColour(const Geometry& area) const;
+    std::optional<Colour> vividColour(const Geometry& area) const;
 
 private:
     Options options_;
