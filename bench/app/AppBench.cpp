@@ -9,11 +9,13 @@
 #include <unistd.h>
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <thread>
 
@@ -35,9 +37,10 @@ double residentMegabytes(qint64 pid) {
     return 0;
 }
 
-// User plus system time of all the process's threads, in seconds.
-double cpuSeconds(qint64 pid) {
-    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+// User plus system time of all the process's threads (or of one of them), in seconds.
+double cpuSeconds(qint64 pid, qint64 thread = -1) {
+    std::ifstream stat(thread < 0 ? "/proc/" + std::to_string(pid) + "/stat"
+                                  : "/proc/" + std::to_string(pid) + "/task/" + std::to_string(thread) + "/stat");
     std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
     const auto close = text.rfind(')');
     if (close == std::string::npos) return 0;
@@ -52,6 +55,23 @@ double cpuSeconds(qint64 pid) {
         }
     }
     return (utime + stime) / static_cast<double>(::sysconf(_SC_CLK_TCK));
+}
+
+// CPU seconds per thread name (threads of the same name, such as llvmpipe's, are added up).
+std::map<std::string, double> cpuSecondsByThread(qint64 pid) {
+    std::map<std::string, double> byName;
+    const QString taskRoot = QStringLiteral("/proc/%1/task").arg(pid);
+    for (const QString& task : QDir(taskRoot).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        std::ifstream comm((taskRoot + "/" + task + "/comm").toStdString());
+        std::string name;
+        std::getline(comm, name);
+        // llvmpipe-0, llvmpipe-1, ... are one renderer.
+        if (const auto dash = name.find('-'); dash != std::string::npos && name.rfind("llvmpipe", 0) == 0) {
+            name = name.substr(0, dash);
+        }
+        byName[name] += cpuSeconds(pid, task.toLongLong());
+    }
+    return byName;
 }
 
 void sleepTurning(std::chrono::milliseconds duration) {
@@ -151,12 +171,20 @@ void cpuOverAMinute(benchmark::State& state, bool playing) {
         // Let start-up work settle, then measure one minute.
         sleepTurning(5s);
         const double before = cpuSeconds(lorvane.pid());
+        const auto threadsBefore = cpuSecondsByThread(lorvane.pid());
         QElapsedTimer clock;
         clock.start();
         sleepTurning(60s);
         const double used = cpuSeconds(lorvane.pid()) - before;
         const double wall = clock.nsecsElapsed() / 1e9;
         state.counters["cpu_percent_of_one_core"] = 100.0 * used / wall;
+        // Where it goes: the main thread (Qt, the controller, the tray), the sample thread (analysis),
+        // the GL driver's threads (software rendering under Xvfb) and the rest.
+        for (const auto& [name, seconds] : cpuSecondsByThread(lorvane.pid())) {
+            const auto earlier = threadsBefore.find(name);
+            const double share = 100.0 * (seconds - (earlier == threadsBefore.end() ? 0.0 : earlier->second)) / wall;
+            if (share >= 0.5) state.counters["cpu%_" + name] = share;
+        }
         state.counters["rss_MB"] = residentMegabytes(lorvane.pid());
         lorvane.terminate();
     }

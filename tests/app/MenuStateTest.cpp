@@ -115,7 +115,8 @@ TEST(StatusMenuLayout, DisplayModeAndPositionSubmenus) {
 }
 
 TEST(StatusMenuLayout, ColorSubmenuHasThreeBlocksInCaseOrder) {
-    const auto& colors = find(statusMenuLayout(), "Color").submenu;
+    const auto menu = statusMenuLayout();
+    const auto& colors = find(menu, "Color").submenu;
     const std::vector<std::string> expected{"Black",  "White",  "Cyan",      "Pink",       "Blue",      "Purple",
                                             "Green",  "Orange", "Yellow",    "---",        "Aurora",    "Ocean",
                                             "Sunset", "Neon",   "---",       "Candy Pop",  "Lime Pulse", "Mint Grape",
