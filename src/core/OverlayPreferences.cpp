@@ -61,23 +61,9 @@ void OverlayPreferences::setAvoidsCoveringWindows(bool value) {
 }
 void OverlayPreferences::setAudioResponsive(bool value) { writeBool(audioResponsiveKey, audioResponsive_, value); }
 
-void OverlayPreferences::setDisplayMode(OverlayDisplayMode value) {
-    objectWillChange();
-    displayMode_ = value;
-    defaults_->setString(displayModeKey, std::string(rawValue(displayMode_)));
-}
-
-void OverlayPreferences::setPosition(OverlayPosition value) {
-    objectWillChange();
-    position_ = value;
-    defaults_->setString(positionKey, std::string(rawValue(position_)));
-}
-
-void OverlayPreferences::setColor(WaveColor value) {
-    objectWillChange();
-    color_ = value;
-    defaults_->setString(colorKey, std::string(rawValue(color_)));
-}
+void OverlayPreferences::setDisplayMode(OverlayDisplayMode value) { writeRawValue(displayModeKey, displayMode_, value); }
+void OverlayPreferences::setPosition(OverlayPosition value) { writeRawValue(positionKey, position_, value); }
+void OverlayPreferences::setColor(WaveColor value) { writeRawValue(colorKey, color_, value); }
 
 void OverlayPreferences::setEnabledPlayers(MusicPlayerSet value) {
     objectWillChange();

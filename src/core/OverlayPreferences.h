@@ -78,6 +78,13 @@ public:
 private:
     void writeBool(const char* key, bool& member, bool value);
     void writeEnabledPlayers();
+    // Enumerations are stored by their raw value string.
+    template <typename E>
+    void writeRawValue(const char* key, E& member, E value) {
+        objectWillChange();
+        member = value;
+        defaults_->setString(key, std::string(rawValue(member)));
+    }
 
     bool overlayEnabled_ = true;
     bool autoShow_ = true;
