@@ -9,6 +9,8 @@
 #include <QImage>
 #include <QLabel>
 #include <QMenu>
+#include <QMessageBox>
+#include <QTimer>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QSystemTrayIcon>
@@ -18,6 +20,7 @@
 #include "app/AppFakes.h"
 #include "app/QtTestEnvironment.h"
 #include "core/app/SettingsText.h"
+#include "ui/shell/MessageBoxAlert.h"
 #include "ui/shell/SegmentedPicker.h"
 #include "ui/shell/SettingsView.h"
 #include "ui/shell/SettingsWindow.h"
@@ -509,4 +512,33 @@ TEST(SettingsWindow, ScreenshotsOfTheFourTabsShowTheirKeyTexts) {
         }
         for (const QString& text : texts) EXPECT_TRUE(shown.contains(text)) << rawValue(tab) << ": " << text.toStdString();
     }
+}
+
+// MARK: Login-item alert
+
+TEST(MessageBoxAlert, ShowsAModalWarningWithTheErrorAndWaitsForTheUser) {
+    QString text, informative;
+    bool warning = false, modal = false;
+    // The box blocks until dismissed: look at it and dismiss it from the event loop it runs.
+    QTimer::singleShot(0, [&] {
+        waitUntil([] { return QApplication::activeModalWidget() != nullptr; }, std::chrono::seconds(10));
+        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        if (!box) {
+            // Never leave a box waiting: the test then fails on its texts instead of hanging.
+            for (QWidget* widget : QApplication::topLevelWidgets()) {
+                if (auto* other = qobject_cast<QMessageBox*>(widget)) other->reject();
+            }
+            return;
+        }
+        text = box->text();
+        informative = box->informativeText();
+        warning = box->icon() == QMessageBox::Warning;
+        modal = box->isModal();
+        box->accept();
+    });
+    MessageBoxAlert().showWarning("Unable to Change Login Item Settings", "Permission denied");
+    EXPECT_EQ(text, "Unable to Change Login Item Settings");
+    EXPECT_EQ(informative, "Permission denied");
+    EXPECT_TRUE(warning);
+    EXPECT_TRUE(modal);
 }
