@@ -287,3 +287,12 @@ TEST_F(EndToEnd, QuitFromTheMenuEndsTheProgram) {
     ASSERT_TRUE(clickMenu("Quit Lorvane"));
     EXPECT_EQ(lorvane.waitForExit(20s), 0);
 }
+
+TEST_F(EndToEnd, QuittingWhileLiveStopsCaptureAndEnds) {
+    startMusic();
+    ASSERT_TRUE(waitFor([&] { return menuLabel("Audio Analysis: Live ").endsWith("%"); }));
+    EXPECT_EQ(desktop.pulse()->recordStreamCount(), 1);
+    ASSERT_TRUE(clickMenu("Quit Lorvane"));
+    EXPECT_EQ(lorvane.waitForExit(20s), 0) << lorvane.output().toStdString();
+    EXPECT_TRUE(waitFor([&] { return desktop.pulse()->recordStreamCount() == 0; }));
+}
