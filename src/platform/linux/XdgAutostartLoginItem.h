@@ -1,5 +1,5 @@
 #pragma once
-// Launch at login through the XDG autostart specification: the program is started at login exactly
+// Launch at login through an XDG autostart entry: the program is started at login exactly
 // when an entry "lorvane.desktop" is in the user's autostart folder (or a system one) and is not hidden.
 
 #include <QString>
