@@ -1,6 +1,6 @@
 #pragma once
 // A QApplication for widget tests, created once before the first test (on the offscreen platform
-// unless the test sets another), and a bounded wait that keeps the event loop turning.
+// unless the test sets another). Bounded waits come from support/EventLoopWait.h.
 
 #include <gtest/gtest.h>
 
@@ -10,6 +10,8 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+
+#include "support/EventLoopWait.h"
 
 namespace lorvane::test {
 
@@ -28,19 +30,6 @@ public:
 private:
     std::unique_ptr<QApplication> app_;
 };
-
-// Turns the event loop until `done` holds or the bound passes; answers `done()`.
-inline bool waitUntil(const std::function<bool()>& done,
-                      std::chrono::milliseconds bound = std::chrono::milliseconds(10000)) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!done()) {
-        if (timer.elapsed() > bound.count()) return done();
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        if (!done()) QThread::msleep(2);
-    }
-    return true;
-}
 
 // Runs what is already queued on the event loop (posted work, zero-delay timers).
 inline void drainEvents() {

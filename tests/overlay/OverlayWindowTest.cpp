@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "X11Probe.h"
+#include "support/EventLoopWait.h"
 #include "support/XSession.h"
 #include "ui/OverlayWindow.h"
 #include "ui/OverlayWindowFactory.h"
@@ -26,17 +27,8 @@ lorvane::test::XSession& overlaySession();
 
 namespace {
 
-// Runs the event loop until `condition` holds or `timeout` milliseconds have passed.
-bool waitUntil(const std::function<bool()>& condition, int timeout = 8000) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > timeout) return condition();
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        QThread::msleep(5);
-    }
-    return true;
-}
+using lorvane::test::waitUntil;
+
 
 // Runs the event loop for `milliseconds` (used only to show that nothing happens meanwhile).
 void idle(int milliseconds) {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "RecordingPlayer.h"
+#include "support/EventLoopWait.h"
 #include "X11Probe.h"
 
 using lorvane::test::X11Probe;
@@ -20,6 +21,8 @@ using lorvane::test::XWindow;
 using namespace lorvane;
 
 namespace {
+
+using lorvane::test::waitUntil;
 
 // Writes `seconds` of stereo audio: a 110 Hz tone with a kick every half second, then `silence`
 // seconds of nothing.
@@ -46,16 +49,6 @@ bool writeRecording(const QString& path, int rate, double seconds, double silenc
     return ok;
 }
 
-bool waitUntil(const std::function<bool()>& condition, int timeout = 10000) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > timeout) return condition();
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        QThread::msleep(5);
-    }
-    return true;
-}
 
 }  // namespace
 

@@ -30,16 +30,6 @@ std::vector<unsigned long> parseIds(const std::string& output) {
 
 }  // namespace
 
-bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds bound) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!done()) {
-        if (timer.elapsed() > bound.count()) return done();
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        QThread::msleep(20);
-    }
-    return true;
-}
 
 // MARK: ChildProcess
 

@@ -18,12 +18,16 @@
 #include "TrayClient.h"
 #include "support/PulseServer.h"
 #include "support/SessionBus.h"
+#include "support/EventLoopWait.h"
 #include "support/XSession.h"
 
 namespace lorvane::test {
 
 // Turns the event loop until `done` holds or the bound passes; answers `done()`.
-bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds bound = std::chrono::seconds(20));
+// Polls every 20 ms: most conditions here ask the program over D-Bus.
+inline bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds bound = std::chrono::seconds(20)) {
+    return waitUntil(done, bound, std::chrono::milliseconds(20));
+}
 
 // A child process that dies with the test process and is ended by the destructor.
 class ChildProcess {
