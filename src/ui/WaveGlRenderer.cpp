@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 
+#include "core/Logging.h"
 #include "ui/WaveShaders.h"
 
 namespace lorvane {
@@ -99,7 +100,7 @@ static GLuint compile(QOpenGLExtraFunctions* gl, GLenum type, const std::string&
     if (!ok) {
         char log[2048] = {};
         gl->glGetShaderInfoLog(shader, sizeof log, nullptr, log);
-        qWarning("wave shader failed to compile: %s", log);
+        qCWarning(lcOverlay, "wave shader failed to compile: %s", log);
         gl->glDeleteShader(shader);
         return 0;
     }
@@ -184,7 +185,7 @@ std::unique_ptr<WaveGlRenderer::Program> WaveGlRenderer::buildProgram(const std:
     if (!ok) {
         char log[2048] = {};
         gl->glGetProgramInfoLog(program->id, sizeof log, nullptr, log);
-        qWarning("wave shader failed to link: %s", log);
+        qCWarning(lcOverlay, "wave shader failed to link: %s", log);
         gl->glDeleteProgram(program->id);
         return nullptr;
     }
