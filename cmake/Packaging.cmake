@@ -44,8 +44,8 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 # Loaded by Qt at run time, so dpkg-shlibdeps cannot see them: the X11 platform and the SVG icons.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "qt6-qpa-plugins, libqt6svg6")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "pulseaudio | pipewire-pulse")
-set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "${CPACK_PACKAGE_DESCRIPTION_SUMMARY}
-Lorvane draws an animated wave on the screen while a music player plays.
+# CPack puts the summary above this as the synopsis line.
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "Lorvane draws an animated wave on the screen while a music player plays.
 The wave follows what the system plays (loudness, spectrum, beats and tempo)
 and sits in a click-through band at the top, centre or bottom of the screen,
 or fills the screen over a frosted background.
