@@ -67,7 +67,6 @@ std::optional<std::size_t> parseFrames(std::string_view text) {
     return value;
 }
 
-
 }  // namespace
 
 int main(int argc, char** argv) {
