@@ -170,6 +170,8 @@ SwaySession::SwaySession(Options options) {
                               "default_border none\n"
                               "default_floating_border none\n"
                               "focus_follows_mouse no\n"
+                              // The software cursor would show in screenshots; it hides once still.
+                              "seat * hide_cursor 100\n"
                               "output * resolution %1x%2 position 0 0 bg #000000 solid_color\n")
                    .arg(options.width)
                    .arg(options.height)

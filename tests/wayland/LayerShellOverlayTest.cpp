@@ -5,7 +5,9 @@
 
 #include <QJsonArray>
 #include <QJsonObject>
+#include <algorithm>
 #include <memory>
+#include <ostream>
 
 #include "WaylandTestSupport.h"
 #include "core/render/OverlayPlacement.h"
@@ -24,6 +26,11 @@ struct Case {
     OverlayPosition position;
     bool above;  // kept above windows (top layer) rather than on the desktop (bottom layer)
 };
+
+// A stable description for test names (the struct's padding bytes are not).
+void PrintTo(const Case& c, std::ostream* out) {
+    *out << rawValue(c.mode) << "/" << rawValue(c.position) << (c.above ? "/above" : "/desktop");
+}
 
 std::string caseName(const testing::TestParamInfo<Case>& info) {
     std::string name = info.param.mode == OverlayDisplayMode::fullscreenFog
@@ -53,6 +60,17 @@ PixelCount countDrawn(const QImage& shot, const QRect& band) {
                 ++count.outside;
             }
         }
+    }
+    return count;
+}
+
+// Pixels in `area` that are not the white of the pointer recorder's window.
+long countNotWhite(const QImage& shot, const QRect& area) {
+    long count = 0;
+    for (int y = std::max(area.top(), 0); y <= std::min(area.bottom(), shot.height() - 1); ++y) {
+        const auto* row = reinterpret_cast<const QRgb*>(shot.constScanLine(y));
+        for (int x = std::max(area.left(), 0); x <= std::min(area.right(), shot.width() - 1); ++x)
+            if (qRed(row[x]) + qGreen(row[x]) + qBlue(row[x]) < 3 * 255 - 6) ++count;
     }
     return count;
 }
@@ -176,6 +194,25 @@ TEST_P(LayerShellOverlay, IsNoWindowDrawsInItsBandOnEveryWorkspaceAndLetsClicksT
         << client_->readAllStandardError().toStdString();
     collectWindows(sway_->tree().object(), windows);
     ASSERT_EQ(windows.size(), 1u) << "the recorder's window is the only window";
+
+    // The layer: kept above, the band draws over the window; on the desktop the window hides it.
+    const bool topLayer = param.above && param.mode == OverlayDisplayMode::compact;
+    const QRect screen(0, 0, outputWidth, outputHeight);
+    long outside = -1, inside = -1;
+    waitUntil(
+        [&] {
+            const QImage shot = sway_->screenshot();
+            inside = countNotWhite(shot, band);
+            outside = countNotWhite(shot, screen) - inside;
+            // The window is drawn everywhere the band is not, and the band is settled for the layer.
+            return outside == 0 && (topLayer ? inside > minimumDrawn(band) : inside == 0);
+        },
+        std::chrono::milliseconds(10000), std::chrono::milliseconds(100));
+    EXPECT_EQ(outside, 0) << "the window is not drawn around the band, or the band drew outside itself";
+    if (topLayer)
+        EXPECT_GT(inside, minimumDrawn(band)) << "the top-layer band does not show over the window";
+    else
+        EXPECT_EQ(inside, 0) << "the desktop-layer overlay shows over a window";
 
     const QPoint centre = band.center();
     const auto click = sway_->run(QStringLiteral(LORVANE_WAYLAND_TEST_CLIENT),

@@ -128,11 +128,26 @@ void axisDiscrete(void*, wl_pointer*, uint32_t, int32_t) {}
 const wl_pointer_listener pointerListener{enter, leave, motion, button, axis, frame, axisSource, axisStop, axisDiscrete,
                                           nullptr};
 
+void capabilities(void* data, wl_seat* seat, uint32_t capabilities) {
+    auto* c = static_cast<Client*>(data);
+    if (!(capabilities & WL_SEAT_CAPABILITY_POINTER) || c->pointer) return;
+    c->pointer = wl_seat_get_pointer(seat);
+    wl_pointer_add_listener(c->pointer, &pointerListener, c);
+}
+void seatName(void*, wl_seat*, const char*) {}
+const wl_seat_listener seatListener{capabilities, seatName};
+
 int window(Client& c) {
-    if (!c.compositor || !c.shm || !c.wmBase || !c.seat) return 1;
+    if (!c.compositor || !c.shm || !c.wmBase || !c.seat || !c.virtualPointers) return 1;
     xdg_wm_base_add_listener(c.wmBase, &wmBaseListener, &c);
-    c.pointer = wl_seat_get_pointer(c.seat);
-    wl_pointer_add_listener(c.pointer, &pointerListener, &c);
+    // A headless seat has a pointer only while some pointer device exists: keep one for our lifetime,
+    // so the window holds its wl_pointer before any click arrives.
+    zwlr_virtual_pointer_v1* keepPointer =
+        zwlr_virtual_pointer_manager_v1_create_virtual_pointer(c.virtualPointers, c.seat);
+    wl_seat_add_listener(c.seat, &seatListener, &c);
+    wl_display_roundtrip(c.display);
+    wl_display_roundtrip(c.display);
+    if (!c.pointer) return 1;
     c.surface = wl_compositor_create_surface(c.compositor);
     xdg_surface* xdgSurface = xdg_wm_base_get_xdg_surface(c.wmBase, c.surface);
     xdg_surface_add_listener(xdgSurface, &surfaceListener, &c);
@@ -143,6 +158,7 @@ int window(Client& c) {
     wl_surface_commit(c.surface);
     while (c.running && wl_display_dispatch(c.display) >= 0) {
     }
+    zwlr_virtual_pointer_v1_destroy(keepPointer);
     return 0;
 }
 
