@@ -241,3 +241,38 @@ INSTANTIATE_TEST_SUITE_P(
     caseName);
 
 }  // namespace
+
+// After a change of outputs the overlay asks for a new surface, which the compositor puts on the
+// output the user works on (the focused one).
+TEST(LayerShellOverlayOutputs, MovesToTheFocusedOutputWhenTheOutputsChange) {
+    SwaySession sway(SwaySession::Options{outputWidth, outputHeight, 20});
+    ASSERT_TRUE(sway.isRunning()) << sway.error().toStdString();
+    const QString recording = writeDemoRecording(sway);
+    ASSERT_FALSE(recording.isEmpty());
+    auto demo = sway.start(QStringLiteral(LORVANE_WAVE_DEMO),
+                           {"--position", "top", "--above", "--color", "aurora", "--loop", recording});
+    ASSERT_TRUE(demo->waitForStarted(10000));
+    const auto drawnOnlyIn = [&](const QImage& shot, const QRect& band) {
+        const PixelCount count = countDrawn(shot, band);
+        return count.inside > long(band.width()) * band.height() / 50 && count.outside == 0;
+    };
+    ASSERT_TRUE(waitUntil([&] { return drawnOnlyIn(sway.screenshot(), QRect(0, 28, outputWidth, 150)); },
+                          std::chrono::milliseconds(20000), std::chrono::milliseconds(100)));
+
+    // A second output to the right gets the focus, then changes its mode.
+    ASSERT_TRUE(sway.command(QStringLiteral("create_output")));
+    ASSERT_TRUE(sway.command(QStringLiteral("output HEADLESS-2 bg #000000 solid_color")));
+    ASSERT_TRUE(sway.command(QStringLiteral("focus output HEADLESS-2")));
+    ASSERT_TRUE(sway.command(QStringLiteral("output HEADLESS-2 resolution 640x480 position %1 0").arg(outputWidth)));
+    const QRect secondBand(outputWidth, 28, 640, 150);
+    QImage shot;
+    EXPECT_TRUE(waitUntil(
+        [&] {
+            shot = sway.screenshot();
+            return shot.width() == outputWidth + 640 && drawnOnlyIn(shot, secondBand);
+        },
+        std::chrono::milliseconds(20000), std::chrono::milliseconds(100)))
+        << "the band did not move to the focused output";
+    EXPECT_EQ(demo->state(), QProcess::Running);
+    stopProcess(*demo);
+}

@@ -2,14 +2,12 @@
 
 #include <wayland-egl.h>
 
-#include <QCursor>
 #include <QGuiApplication>
 #include <QOpenGLContext>
 #include <QScreen>
 #include <cmath>
 
 #include "core/Logging.h"
-#include "platform/wayland/QtWaylandNative.h"
 #include "ui/VisualizerPainter.h"
 #include "ui/WaveSurfaceFormat.h"
 
@@ -47,8 +45,9 @@ void LayerShellOverlayWindow::setLevel(OverlayWindowLevel level) {
 void LayerShellOverlayWindow::setFrame(const RectF& frame) {
     frame_ = frame;
     if (!surface_) return;
-    // A layer surface cannot change outputs: a new one is made on the new output.
-    if (surface_->output() != outputUnderPointer() || !surface_->place(placement())) createSurface();
+    // A layer surface cannot change outputs: after a change of outputs a new one lets the compositor
+    // place it again.
+    if (currentScreens() != screensAtCreation_ || !surface_->place(placement())) createSurface();
 }
 
 void LayerShellOverlayWindow::orderFrontWithoutActivating() {
@@ -71,11 +70,10 @@ LayerSurfacePlacement LayerShellOverlayWindow::placement() const {
     return layerSurfacePlacement(level_, preferences_->displayMode(), preferences_->position(), visibleHeight);
 }
 
-wl_output* LayerShellOverlayWindow::outputUnderPointer() const {
-    // With one output there is nothing to choose; Qt knows the pointer only over its own surfaces, so
-    // an unknown pointer leaves the choice to the compositor.
-    if (QGuiApplication::screens().size() < 2) return nullptr;
-    return qtWaylandOutput(QGuiApplication::screenAt(QCursor::pos()));
+std::vector<std::pair<QScreen*, QRect>> LayerShellOverlayWindow::currentScreens() const {
+    std::vector<std::pair<QScreen*, QRect>> screens;
+    for (QScreen* screen : QGuiApplication::screens()) screens.emplace_back(screen, screen->geometry());
+    return screens;
 }
 
 void LayerShellOverlayWindow::createSurface() {
@@ -88,7 +86,8 @@ void LayerShellOverlayWindow::createSurface() {
         // Not from inside the surface's own listener: recreated once the dispatch is over.
         QTimer::singleShot(0, &pacing_, [this] { createSurface(); });
     };
-    surface_ = std::make_unique<LayerShellSurface>(*connection_, outputUnderPointer(), placement(), std::move(callbacks));
+    screensAtCreation_ = currentScreens();
+    surface_ = std::make_unique<LayerShellSurface>(*connection_, nullptr, placement(), std::move(callbacks));
 }
 
 void LayerShellOverlayWindow::destroySurface() {

@@ -1,7 +1,9 @@
 #pragma once
 // The overlay as a wlr layer surface, for Wayland compositors that offer layer-shell: anchored to the
 // output's edges on the top layer (kept above windows) or the bottom layer (on the desktop), with no
-// input region and no keyboard, on every workspace. It draws with the same GL renderer as the X11
+// input region and no keyboard, on every workspace. The compositor chooses the output (Qt cannot know
+// where the pointer is when it is over no surface of ours); when the outputs change, a new surface lets
+// it choose again. It draws with the same GL renderer as the X11
 // overlay, into an EGL window surface made current with a QOpenGLContext on Qt's EGL display, one
 // frame per frame callback and at most 30 a second, so nothing is drawn or swapped while the
 // compositor does not show it.
@@ -10,8 +12,11 @@
 
 #include <QElapsedTimer>
 #include <QOffscreenSurface>
+#include <QRect>
 #include <QTimer>
 #include <memory>
+#include <utility>
+#include <vector>
 
 #include "core/Clock.h"
 #include "core/render/OverlayWindowController.h"
@@ -20,6 +25,7 @@
 #include "ui/WaveGlRenderer.h"
 
 class QOpenGLContext;
+class QScreen;
 struct wl_egl_window;
 
 namespace lorvane {
@@ -42,7 +48,8 @@ public:
 
 private:
     LayerSurfacePlacement placement() const;
-    wl_output* outputUnderPointer() const;
+    // The outputs as Qt sees them: which, where and how large.
+    std::vector<std::pair<QScreen*, QRect>> currentScreens() const;
     void createSurface();
     void destroySurface();
     void configured(int width, int height);
@@ -69,6 +76,7 @@ private:
     QSize size_;
     OverlayWindowLevel level_ = OverlayWindowLevel::desktop;
     RectF frame_;
+    std::vector<std::pair<QScreen*, QRect>> screensAtCreation_;
     bool shown_ = false;
     bool failed_ = false;
     long long framesDrawn_ = 0;

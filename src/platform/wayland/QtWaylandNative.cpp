@@ -17,10 +17,4 @@ wl_display* qtWaylandDisplay() {
     return native ? static_cast<wl_display*>(native->nativeResourceForIntegration("wl_display")) : nullptr;
 }
 
-wl_output* qtWaylandOutput(QScreen* screen) {
-    QPlatformNativeInterface* native = nativeInterface();
-    if (!native || !screen) return nullptr;
-    return static_cast<wl_output*>(native->nativeResourceForScreen("output", screen));
-}
-
 }  // namespace lorvane
