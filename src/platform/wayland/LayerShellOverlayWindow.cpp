@@ -138,6 +138,7 @@ bool LayerShellOverlayWindow::makeCurrent() {
     }
     if (eglSurface_ == EGL_NO_SURFACE) {
         eglWindow_ = wl_egl_window_create(surface_->surface(), size_.width(), size_.height());
+        swapIntervalSet_ = false;
         eglSurface_ = eglCreateWindowSurface(eglDisplay_, eglConfig_, reinterpret_cast<EGLNativeWindowType>(eglWindow_),
                                              nullptr);
         if (eglSurface_ == EGL_NO_SURFACE) {
@@ -149,8 +150,11 @@ bool LayerShellOverlayWindow::makeCurrent() {
     // Qt's context is made current on a stand-in surface, then moved onto our window surface.
     if (!context_->makeCurrent(&offscreen_)) return false;
     if (!eglMakeCurrent(eglDisplay_, eglSurface_, eglSurface_, eglContext_)) return false;
-    // Frame callbacks pace the drawing; a swap must never wait for the compositor.
-    eglSwapInterval(eglDisplay_, 0);
+    if (!swapIntervalSet_) {
+        // Frame callbacks pace the drawing; a swap must never wait for the compositor.
+        eglSwapInterval(eglDisplay_, 0);
+        swapIntervalSet_ = true;
+    }
     return true;
 }
 

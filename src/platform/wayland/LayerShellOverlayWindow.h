@@ -79,6 +79,7 @@ private:
     std::vector<std::pair<QScreen*, QRect>> screensAtCreation_;
     bool shown_ = false;
     bool failed_ = false;
+    bool swapIntervalSet_ = false;  // for the current EGL surface
     long long framesDrawn_ = 0;
 };
 
