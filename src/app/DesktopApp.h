@@ -19,12 +19,24 @@ public:
     void terminate() override;
 };
 
+class QSettingsStore;
+
 class DesktopApp {
 public:
+    struct Options {
+        // Start in the tray only, without the settings window (the login entry's way).
+        bool background = false;
+    };
+
     DesktopApp();
+    explicit DesktopApp(Options options);
     ~DesktopApp();
 
     AppDelegate& delegate() { return *delegate_; }
+    // The settings file; its saveProblem() says when changes cannot be saved.
+    QSettingsStore& settingsStore() { return *settingsStore_; }
+    // Launch at login; developmentBuildWarning() is the line to show while it starts a build-tree program.
+    XdgAutostartLoginItem& loginItem() { return loginItem_; }
 
 private:
     AppFactories makeFactories();
@@ -37,6 +49,7 @@ private:
     QtApplicationTerminator terminator_;
     SteadyClock uptime_;
     PulseOutputVolume outputVolume_;
+    std::shared_ptr<QSettingsStore> settingsStore_;
     std::unique_ptr<AppDelegate> delegate_;
 };
 
