@@ -51,6 +51,8 @@ DesktopApp::DesktopApp(Options options)
     environment.application = &terminator_;
     environment.factories = makeFactories();
     delegate_ = std::make_unique<AppDelegate>(std::move(environment));
+    // An entry removed or a program deleted by hand shows in the tick at once.
+    loginItem_.watch([this] { delegate_->refreshMenuState(); });
 }
 
 DesktopApp::~DesktopApp() = default;

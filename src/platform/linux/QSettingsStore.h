@@ -56,7 +56,7 @@ private:
     bool lastWriteSucceeded_ = true;
     bool dirty_ = false;
     QString problem_;
-    std::chrono::milliseconds lockBound_{100};
+    std::chrono::milliseconds lockBound_{25};
     QTimer retry_;
 };
 

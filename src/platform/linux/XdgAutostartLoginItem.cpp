@@ -149,6 +149,38 @@ bool XdgAutostartLoginItem::isEnabled() const {
     return cachedEntry_.present && !cachedEntry_.hidden && !resolveProgram(cachedEntry_.program).isEmpty();
 }
 
+void XdgAutostartLoginItem::watch(std::function<void()> changed) {
+    changed_ = std::move(changed);
+    watcher_ = std::make_unique<QFileSystemWatcher>();
+    const auto notice = [this] {
+        rewatch();
+        if (changed_) changed_();
+    };
+    QObject::connect(watcher_.get(), &QFileSystemWatcher::directoryChanged, notice);
+    QObject::connect(watcher_.get(), &QFileSystemWatcher::fileChanged, notice);
+    rewatch();
+}
+
+void XdgAutostartLoginItem::rewatch() {
+    if (!watcher_) return;
+    // Removed files drop out of the watch list; what exists now is watched afresh.
+    QStringList paths{userDirectory_, QFileInfo(userDirectory_).absolutePath()};
+    isEnabled();
+    const QString program = resolveProgram(cachedEntry_.program);
+    if (!program.isEmpty()) paths << program << QFileInfo(program).absolutePath();
+    QStringList wanted;
+    for (const QString& path : paths) {
+        if (QFileInfo::exists(path) && !wanted.contains(path)) wanted << path;
+    }
+    const QStringList current = watcher_->files() + watcher_->directories();
+    for (const QString& path : current) {
+        if (!wanted.contains(path)) watcher_->removePath(path);
+    }
+    for (const QString& path : wanted) {
+        if (!current.contains(path)) watcher_->addPath(path);
+    }
+}
+
 QString XdgAutostartLoginItem::developmentBuildWarning() const {
     if (!developmentBuild_ || !isEnabled()) return {};
     if (QFileInfo(resolveProgram(cachedEntry_.program)) != QFileInfo(executable_)) return {};
@@ -168,7 +200,9 @@ std::optional<std::string> XdgAutostartLoginItem::writeUserEntry(bool hidden) {
         return describe(*error);
     }
     cachedFingerprint_.clear();
-    return removeLegacyEntry();
+    const auto legacy = removeLegacyEntry();
+    rewatch();
+    return legacy;
 }
 
 std::optional<std::string> XdgAutostartLoginItem::removeLegacyEntry() {

@@ -5,8 +5,11 @@
 // (`--background`), after the panel. An entry written by earlier versions as "lorvane.desktop" is
 // recognised and replaced.
 
+#include <QFileSystemWatcher>
 #include <QString>
 #include <QStringList>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -34,6 +37,10 @@ public:
     // Replaces a user entry of ours under the old name by one under the new name (same on/off state,
     // this program's path). Answers whether an entry was replaced.
     bool migrateLegacyEntry();
+
+    // Calls `changed` whenever the entry or the program it starts may have changed on disk (edited,
+    // removed or deleted by hand), so what shows the tick can read it again.
+    void watch(std::function<void()> changed);
 
     // The program runs from a build tree (not installed): an entry written now starts that build.
     void setDevelopmentBuild(bool developmentBuild) { developmentBuild_ = developmentBuild; }
@@ -63,6 +70,7 @@ private:
     std::optional<std::string> removeLegacyEntry();
     QString fingerprint() const;
     QStringList candidatePaths() const;
+    void rewatch();
 
     QString executable_;
     QString userDirectory_;
@@ -72,6 +80,8 @@ private:
     // The entry is re-read whenever a candidate file changes; reading it costs a few stat calls.
     mutable QString cachedFingerprint_;
     mutable EntryState cachedEntry_;
+    std::unique_ptr<QFileSystemWatcher> watcher_;
+    std::function<void()> changed_;
 };
 
 }  // namespace lorvane
