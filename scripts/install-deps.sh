@@ -15,6 +15,7 @@ build_packages=(
 test_packages=(
   xvfb xauth openbox x11-utils xdotool dbus pulseaudio-utils playerctl
   x11-xserver-utils xcompmgr
+  desktop-file-utils libglib2.0-bin
 )
 
 packages=("${build_packages[@]}")
