@@ -232,3 +232,35 @@ TEST(SoundSettings, NothingHappensWhenNoneIsInstalled) {
     drainEvents();
     EXPECT_FALSE(QFileInfo::exists(programs.marker()));
 }
+
+namespace {
+
+class RecordingAlerts final : public AlertPresenting {
+public:
+    void showWarning(const std::string& message, const std::string& informativeText) override {
+        shown.emplace_back(message, informativeText);
+    }
+    std::vector<std::pair<std::string, std::string>> shown;
+};
+
+}  // namespace
+
+TEST(SoundSettings, WithNoneInstalledTheUserIsToldWhatToInstall) {
+    FakePrograms programs;
+    RecordingAlerts alerts;
+    SoundSettingsLauncher gnome("GNOME", programs.paths(), &alerts);
+    gnome.openAudioCaptureSettings();
+    ASSERT_EQ(alerts.shown.size(), 1u);
+    EXPECT_EQ(alerts.shown[0].first, SoundSettingsLauncher::missingMessage);
+    EXPECT_NE(alerts.shown[0].second.find("gnome-control-center"), std::string::npos) << alerts.shown[0].second;
+    EXPECT_NE(alerts.shown[0].second.find("pavucontrol"), std::string::npos) << alerts.shown[0].second;
+    SoundSettingsLauncher plain("", programs.paths(), &alerts);
+    plain.openAudioCaptureSettings();
+    ASSERT_EQ(alerts.shown.size(), 2u);
+    EXPECT_NE(alerts.shown[1].second.find("pavucontrol"), std::string::npos);
+    // With a program installed nothing is shown.
+    programs.add("pavucontrol");
+    plain.openAudioCaptureSettings();
+    EXPECT_EQ(alerts.shown.size(), 2u);
+    EXPECT_TRUE(waitUntil([&] { return QFileInfo::exists(programs.marker()); }));
+}
