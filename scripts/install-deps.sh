@@ -17,7 +17,7 @@ build_packages=(
 test_packages=(
   xvfb xauth openbox x11-utils xdotool dbus pulseaudio-utils playerctl sox
   x11-xserver-utils xcompmgr
-  desktop-file-utils appstream lintian man-db dpkg-dev file
+  desktop-file-utils appstream lintian man-db dpkg-dev file libglib2.0-bin
   sway grim weston xwayland
 )
 

@@ -1,6 +1,7 @@
 #include "app/DesktopApp.h"
 
 #include <QCoreApplication>
+#include <QFileInfo>
 
 #include "Version.h"
 #include "core/app/SettingsText.h"
@@ -15,10 +16,34 @@ namespace lorvane {
 
 void QtApplicationTerminator::terminate() { QCoreApplication::quit(); }
 
-DesktopApp::DesktopApp(OverlayPath overlayPath)
-    : loginItem_(QCoreApplication::applicationFilePath()), overlayPath_(overlayPath) {
+namespace {
+
+// A program inside the tree it was built in is a development build, whatever else it is.
+bool runsFromBuildTree(const QString& executable) {
+#ifdef LORVANE_BUILD_TREE
+    const QString tree = QFileInfo(QStringLiteral(LORVANE_BUILD_TREE)).canonicalFilePath();
+    const QString program = QFileInfo(executable).canonicalFilePath();
+    return !tree.isEmpty() && program.startsWith(tree + QLatin1Char('/'));
+#else
+    Q_UNUSED(executable);
+    return false;
+#endif
+}
+
+}  // namespace
+
+DesktopApp::DesktopApp() : DesktopApp(Options{}) {}
+
+DesktopApp::DesktopApp(Options options)
+    : loginItem_(QCoreApplication::applicationFilePath()),
+      soundSettings_(&alerts_),
+      overlayPath_(options.overlayPath),
+      settingsStore_(std::make_shared<QSettingsStore>()) {
+    loginItem_.setDevelopmentBuild(runsFromBuildTree(QCoreApplication::applicationFilePath()));
+    loginItem_.migrateLegacyEntry();
     AppEnvironment environment;
-    environment.defaults = std::make_shared<QSettingsStore>();
+    environment.defaults = settingsStore_;
+    environment.startInBackground = options.background;
     environment.mainQueue = &mainQueue_;
     environment.dates = &dates_;
     environment.loginItem = &loginItem_;
@@ -27,6 +52,8 @@ DesktopApp::DesktopApp(OverlayPath overlayPath)
     environment.application = &terminator_;
     environment.factories = makeFactories();
     delegate_ = std::make_unique<AppDelegate>(std::move(environment));
+    // An entry removed or a program deleted by hand shows in the tick at once.
+    loginItem_.watch([this] { delegate_->refreshMenuState(); });
 }
 
 DesktopApp::~DesktopApp() = default;

@@ -20,13 +20,26 @@ public:
     void terminate() override;
 };
 
+class QSettingsStore;
+
 class DesktopApp {
 public:
-    // `overlayPath` is the one chosen at start-up, before the application object existed.
-    explicit DesktopApp(OverlayPath overlayPath = OverlayPath::x11);
+    struct Options {
+        // Start in the tray only, without the settings window (the login entry's way).
+        bool background = false;
+        // The overlay path chosen at start-up, before the application object existed.
+        OverlayPath overlayPath = OverlayPath::x11;
+    };
+
+    DesktopApp();
+    explicit DesktopApp(Options options);
     ~DesktopApp();
 
     AppDelegate& delegate() { return *delegate_; }
+    // The settings file; its saveProblem() says when changes cannot be saved.
+    QSettingsStore& settingsStore() { return *settingsStore_; }
+    // Launch at login; developmentBuildWarning() is the line to show while it starts a build-tree program.
+    XdgAutostartLoginItem& loginItem() { return loginItem_; }
 
 private:
     AppFactories makeFactories();
@@ -40,6 +53,7 @@ private:
     SteadyClock uptime_;
     OverlayPath overlayPath_;
     PulseOutputVolume outputVolume_;
+    std::shared_ptr<QSettingsStore> settingsStore_;
     std::unique_ptr<AppDelegate> delegate_;
 };
 

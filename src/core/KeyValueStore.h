@@ -3,6 +3,7 @@
 // arrays per key and tells a missing key from a present one. Readers never fail: a value of the
 // wrong kind reads as "not that kind".
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -31,6 +32,11 @@ public:
     virtual void setBool(const std::string& key, bool value) = 0;
     virtual void setString(const std::string& key, const std::string& value) = 0;
     virtual void setStringArray(const std::string& key, const StringArray& value) = 0;
+
+    // Why changes cannot be saved at the moment (values are then kept in memory and saved later), or
+    // nothing while they can. saveProblemDidChange is called after the answer changed.
+    virtual std::optional<std::string> saveProblem() const { return std::nullopt; }
+    std::function<void()> saveProblemDidChange;
 };
 
 // The boolean reading of a stored string: leading blanks, a sign and leading zeros are skipped,

@@ -36,13 +36,26 @@ void writeFile(const QString& path, const QString& text) {
     file.write(text.toUtf8());
 }
 
+// A stand-in for the installed program: an entry counts only while the program it starts exists.
+void writeProgram(const QString& path) {
+    writeFile(path, "#!/bin/sh\nexit 0\n");
+    QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+}
+
 class AutostartTest : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(root.isValid()); }
+    void SetUp() override {
+        ASSERT_TRUE(root.isValid());
+        writeProgram(program());
+    }
     QString user() const { return root.filePath("config/autostart"); }
     QString system() const { return root.filePath("xdg/autostart"); }
-    XdgAutostartLoginItem item(const QString& executable = "/usr/bin/lorvane") const {
-        return XdgAutostartLoginItem(executable, user(), {system()});
+    QString program() const { return root.filePath("bin/lorvane"); }
+    QString entry(const QString& extra = {}) const {
+        return "[Desktop Entry]\nType=Application\nName=Lorvane\nExec=" + program() + "\n" + extra;
+    }
+    XdgAutostartLoginItem item(const QString& executable = {}) const {
+        return XdgAutostartLoginItem(executable.isEmpty() ? program() : executable, user(), {system()}, root.path());
     }
     QTemporaryDir root;
 };
@@ -54,18 +67,22 @@ protected:
 TEST_F(AutostartTest, OffWithoutAnEntry) { EXPECT_FALSE(item().isEnabled()); }
 
 TEST_F(AutostartTest, RegisteringWritesADesktopEntryThatStartsTheProgram) {
-    auto login = item("/opt/lorvane/bin/lorvane");
+    auto login = item();
     EXPECT_EQ(login.registerItem(), std::nullopt);
     EXPECT_TRUE(login.isEnabled());
     const QString text = readAll(login.userEntryPath());
     EXPECT_TRUE(text.startsWith("[Desktop Entry]\n"));
     EXPECT_TRUE(text.contains("\nType=Application\n"));
     EXPECT_TRUE(text.contains("\nName=Lorvane\n"));
-    EXPECT_TRUE(text.contains("\nExec=/opt/lorvane/bin/lorvane\n"));
+    EXPECT_TRUE(text.contains("\nExec=" + program() + " --background\n"));
+    // Tray programs start after the panel.
+    EXPECT_TRUE(text.contains("\nX-GNOME-Autostart-Phase=Applications\n"));
+    EXPECT_TRUE(text.contains("\nX-KDE-autostart-after=panel\n"));
+    EXPECT_TRUE(text.contains("\nX-GNOME-Autostart-Delay="));
     EXPECT_FALSE(text.contains("Hidden=true"));
-    EXPECT_EQ(QFileInfo(login.userEntryPath()).fileName(), "lorvane.desktop");
+    EXPECT_EQ(QFileInfo(login.userEntryPath()).fileName(), "com.tarnhollow.Lorvane.desktop");
     // Written atomically: nothing but the entry is left in the folder.
-    EXPECT_EQ(QDir(user()).entryList(QDir::Files | QDir::Hidden), QStringList{"lorvane.desktop"});
+    EXPECT_EQ(QDir(user()).entryList(QDir::Files | QDir::Hidden), QStringList{"com.tarnhollow.Lorvane.desktop"});
 }
 
 TEST_F(AutostartTest, UnregisteringRemovesTheEntry) {
@@ -80,11 +97,11 @@ TEST_F(AutostartTest, UnregisteringRemovesTheEntry) {
 
 TEST_F(AutostartTest, AHiddenEntryCountsAsOff) {
     auto login = item();
-    writeFile(login.userEntryPath(), "[Desktop Entry]\nType=Application\nExec=lorvane\nHidden=true\n");
+    writeFile(login.userEntryPath(), entry("Hidden=true\n"));
     EXPECT_FALSE(login.isEnabled());
-    writeFile(login.userEntryPath(), "[Desktop Entry]\nType=Application\nExec=lorvane\nX-GNOME-Autostart-enabled=false\n");
+    writeFile(login.userEntryPath(), entry("X-GNOME-Autostart-enabled=false\n"));
     EXPECT_FALSE(login.isEnabled());
-    writeFile(login.userEntryPath(), "[Desktop Entry]\nType=Application\nExec=lorvane\nHidden=false\n");
+    writeFile(login.userEntryPath(), entry("Hidden=false\n"));
     EXPECT_TRUE(login.isEnabled());
 }
 
@@ -100,7 +117,7 @@ TEST_F(AutostartTest, AFileThatIsNoDesktopEntryCountsAsOff) {
 TEST_F(AutostartTest, ChangesMadeBehindTheProgramsBackAreSeen) {
     auto login = item();
     EXPECT_FALSE(login.isEnabled());
-    writeFile(login.userEntryPath(), "[Desktop Entry]\nType=Application\nExec=lorvane\n");
+    writeFile(login.userEntryPath(), entry());
     EXPECT_TRUE(login.isEnabled());
     ASSERT_TRUE(QFile::remove(login.userEntryPath()));
     EXPECT_FALSE(login.isEnabled());
@@ -108,12 +125,12 @@ TEST_F(AutostartTest, ChangesMadeBehindTheProgramsBackAreSeen) {
 
 TEST_F(AutostartTest, ASystemEntryIsHiddenForThisUserWhenUnregistering) {
     auto login = item();
-    writeFile(system() + "/lorvane.desktop", "[Desktop Entry]\nType=Application\nExec=lorvane\n");
+    writeFile(system() + "/com.tarnhollow.Lorvane.desktop", entry());
     EXPECT_TRUE(login.isEnabled());
     EXPECT_EQ(login.unregisterItem(), std::nullopt);
     EXPECT_FALSE(login.isEnabled());
     EXPECT_TRUE(readAll(login.userEntryPath()).contains("\nHidden=true\n"));
-    EXPECT_TRUE(QFileInfo::exists(system() + "/lorvane.desktop"));
+    EXPECT_TRUE(QFileInfo::exists(system() + "/com.tarnhollow.Lorvane.desktop"));
     EXPECT_EQ(login.registerItem(), std::nullopt);
     EXPECT_TRUE(login.isEnabled());
 }
@@ -214,4 +231,36 @@ TEST(SoundSettings, NothingHappensWhenNoneIsInstalled) {
     launcher.openAudioCaptureSettings();
     drainEvents();
     EXPECT_FALSE(QFileInfo::exists(programs.marker()));
+}
+
+namespace {
+
+class RecordingAlerts final : public AlertPresenting {
+public:
+    void showWarning(const std::string& message, const std::string& informativeText) override {
+        shown.emplace_back(message, informativeText);
+    }
+    std::vector<std::pair<std::string, std::string>> shown;
+};
+
+}  // namespace
+
+TEST(SoundSettings, WithNoneInstalledTheUserIsToldWhatToInstall) {
+    FakePrograms programs;
+    RecordingAlerts alerts;
+    SoundSettingsLauncher gnome("GNOME", programs.paths(), &alerts);
+    gnome.openAudioCaptureSettings();
+    ASSERT_EQ(alerts.shown.size(), 1u);
+    EXPECT_EQ(alerts.shown[0].first, SoundSettingsLauncher::missingMessage);
+    EXPECT_NE(alerts.shown[0].second.find("gnome-control-center"), std::string::npos) << alerts.shown[0].second;
+    EXPECT_NE(alerts.shown[0].second.find("pavucontrol"), std::string::npos) << alerts.shown[0].second;
+    SoundSettingsLauncher plain("", programs.paths(), &alerts);
+    plain.openAudioCaptureSettings();
+    ASSERT_EQ(alerts.shown.size(), 2u);
+    EXPECT_NE(alerts.shown[1].second.find("pavucontrol"), std::string::npos);
+    // With a program installed nothing is shown.
+    programs.add("pavucontrol");
+    plain.openAudioCaptureSettings();
+    EXPECT_EQ(alerts.shown.size(), 2u);
+    EXPECT_TRUE(waitUntil([&] { return QFileInfo::exists(programs.marker()); }));
 }

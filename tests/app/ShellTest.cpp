@@ -524,29 +524,32 @@ TEST(SettingsWindow, ScreenshotsOfTheFourTabsShowTheirKeyTexts) {
 
 // MARK: Login-item alert
 
-TEST(MessageBoxAlert, ShowsAModalWarningWithTheErrorAndWaitsForTheUser) {
-    QString text, informative;
-    bool warning = false, modal = false;
-    // The box blocks until dismissed: look at it and dismiss it from the event loop it runs.
-    QTimer::singleShot(0, [&] {
-        waitUntil([] { return QApplication::activeModalWidget() != nullptr; }, std::chrono::seconds(10));
-        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-        if (!box) {
-            // Never leave a box waiting: the test then fails on its texts instead of hanging.
-            for (QWidget* widget : QApplication::topLevelWidgets()) {
-                if (auto* other = qobject_cast<QMessageBox*>(widget)) other->reject();
-            }
-            return;
+TEST(MessageBoxAlert, ShowsOneModalWarningAtATimeWithoutANestedEventLoop) {
+    const auto boxes = [] {
+        std::vector<QMessageBox*> shown;
+        for (QWidget* widget : QApplication::topLevelWidgets()) {
+            if (auto* box = qobject_cast<QMessageBox*>(widget); box && box->isVisible()) shown.push_back(box);
         }
-        text = box->text();
-        informative = box->informativeText();
-        warning = box->icon() == QMessageBox::Warning;
-        modal = box->isModal();
-        box->accept();
-    });
-    MessageBoxAlert().showWarning("Unable to Change Login Item Settings", "Permission denied");
-    EXPECT_EQ(text, "Unable to Change Login Item Settings");
-    EXPECT_EQ(informative, "Permission denied");
-    EXPECT_TRUE(warning);
-    EXPECT_TRUE(modal);
+        return shown;
+    };
+    MessageBoxAlert alerts;
+    // Returns at once: the caller refreshes the tick while the box is up.
+    alerts.showWarning("Unable to Change Login Item Settings", "Permission denied");
+    ASSERT_EQ(boxes().size(), 1u);
+    QMessageBox* box = boxes().front();
+    EXPECT_EQ(box->text(), "Unable to Change Login Item Settings");
+    EXPECT_EQ(box->informativeText(), "Permission denied");
+    EXPECT_EQ(box->icon(), QMessageBox::Warning);
+    EXPECT_TRUE(box->isModal());
+    // A second warning while the first is shown replaces its text instead of stacking a second box.
+    alerts.showWarning("Unable to Change Login Item Settings", "Read-only file system");
+    ASSERT_EQ(boxes().size(), 1u);
+    EXPECT_EQ(boxes().front(), box);
+    EXPECT_EQ(box->informativeText(), "Read-only file system");
+    box->accept();
+    EXPECT_TRUE(waitUntil([&] { return boxes().empty(); }, std::chrono::seconds(10)));
+    alerts.showWarning("Unable to Change Login Item Settings", "Again");
+    ASSERT_EQ(boxes().size(), 1u);
+    EXPECT_EQ(boxes().front()->informativeText(), "Again");
+    boxes().front()->accept();
 }

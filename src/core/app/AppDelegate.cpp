@@ -56,7 +56,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     }
 
     // The settings window comes up once at every launch, after the tray icon exists.
-    if (environment_.mainQueue) {
+    if (environment_.mainQueue && !environment_.startInBackground) {
         environment_.mainQueue->post(weakly(this, lifetime_.weak(), [](AppDelegate& self) { self.openSettingsWindow(); }));
     }
 }

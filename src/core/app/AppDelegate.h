@@ -29,6 +29,8 @@ struct AppEnvironment {
     AudioSettingsOpening* audioSettings = nullptr;
     ApplicationTerminating* application = nullptr;
     AppFactories factories;
+    // Started in the tray only (e.g. at login): the settings window is not opened at launch.
+    bool startInBackground = false;
 };
 
 class AppDelegate {

@@ -58,7 +58,8 @@ public:
     virtual std::optional<std::string> unregisterItem() = 0;
 };
 
-// A modal warning that blocks until the user dismisses it.
+// A warning for the user. It returns at once (the caller refreshes what it shows while the warning
+// is up); at most one warning is on screen at a time.
 class AlertPresenting {
 public:
     virtual ~AlertPresenting() = default;

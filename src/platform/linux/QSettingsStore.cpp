@@ -1,25 +1,92 @@
 #include "platform/linux/QSettingsStore.h"
 
+#include <QCoreApplication>
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QLockFile>
+#include <QSettings>
+#include <QStandardPaths>
 #include <QStringList>
+#include <QTemporaryDir>
+
+#include "core/Logging.h"
+#include "platform/linux/UserFiles.h"
 
 namespace lorvane {
 
 namespace {
+
 QString qKey(const std::string& key) { return QString::fromStdString(key); }
+
+// Larger settings files are not ours: they read as the defaults instead of stalling the start.
+constexpr qint64 maxFileBytes = 4 * 1024 * 1024;
+
 }  // namespace
 
-QSettingsStore::QSettingsStore()
-    : QSettingsStore(QSettings(QSettings::NativeFormat, QSettings::UserScope, "Tarnhollow", "Lorvane").fileName()) {}
+QString QSettingsStore::standardFileName() {
+    // QSettings' native user location on Linux, without a QSettings object (which would read the file).
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+           QStringLiteral("/Tarnhollow/Lorvane.conf");
+}
 
-QSettingsStore::QSettingsStore(const QString& fileName)
-    : settings_(std::make_unique<QSettings>(fileName, QSettings::IniFormat)) {
-    readFailed_ = settings_->status() != QSettings::NoError;
+QSettingsStore::QSettingsStore() : QSettingsStore(standardFileName()) {}
+
+QSettingsStore::QSettingsStore(const QString& fileName, const QString& home)
+    : fileName_(fileName), home_(home.isEmpty() ? QDir::homePath() : home) {
+    retry_.setSingleShot(true);
+    retry_.setInterval(std::chrono::seconds(5));
+    QObject::connect(&retry_, &QTimer::timeout, [this] { flush(); });
+    read();
+}
+
+QSettingsStore::~QSettingsStore() = default;
+
+void QSettingsStore::setRetryInterval(std::chrono::milliseconds interval) { retry_.setInterval(interval); }
+
+void QSettingsStore::read() {
+    switch (userfiles::kindAt(fileName_)) {
+        case userfiles::Kind::missing:
+            return;
+        case userfiles::Kind::notRegular:
+            // A FIFO or a device would block or never end: never opened, read as the defaults.
+            qCWarning(lcSettings).noquote() << "The settings file" << fileName_
+                                            << "is not a regular file; using the default settings.";
+            // Saving would be refused too: say so from the start.
+            problem_ = QStringLiteral("“%1” is not a regular file, so Lorvane does not replace it.").arg(fileName_);
+            return;
+        case userfiles::Kind::regular:
+            break;
+    }
+    const auto bytes = userfiles::readRegularFile(fileName_, maxFileBytes);
+    if (!bytes) {
+        qCWarning(lcSettings).noquote() << "The settings file" << fileName_
+                                        << "cannot be read; using the default settings.";
+        return;
+    }
+    // QSettings parses a private copy, so neither its lock nor its cache ever touches the real file.
+    QTemporaryDir scratch;
+    if (!scratch.isValid()) return;
+    const QString copy = scratch.filePath(QStringLiteral("read.conf"));
+    {
+        QFile file(copy);
+        if (!file.open(QIODevice::WriteOnly)) return;
+        file.write(*bytes);
+    }
+    QSettings parsed(copy, QSettings::IniFormat);
+    if (parsed.status() != QSettings::NoError) {
+        // Everything reads as the defaults; the file is replaced only by the next assignment.
+        qCWarning(lcSettings).noquote() << "The settings file" << fileName_
+                                        << "could not be parsed; using the default settings.";
+        return;
+    }
+    for (const QString& key : parsed.allKeys()) values_.insert(key, parsed.value(key));
 }
 
 std::optional<KeyValueStore::Value> QSettingsStore::object(const std::string& key) const {
-    if (readFailed_ || !settings_->contains(qKey(key))) return std::nullopt;
-    const QVariant value = settings_->value(qKey(key));
+    const auto found = values_.constFind(qKey(key));
+    if (found == values_.constEnd()) return std::nullopt;
+    const QVariant& value = *found;
     switch (value.typeId()) {
         case QMetaType::Bool:
             return Value(value.toBool());
@@ -64,19 +131,82 @@ void QSettingsStore::setStringArray(const std::string& key, const StringArray& v
     write(key, list);
 }
 
+std::optional<std::string> QSettingsStore::saveProblem() const {
+    if (problem_.isEmpty()) return std::nullopt;
+    return problem_.toStdString();
+}
+
 void QSettingsStore::write(const std::string& key, const QVariant& value) {
-    if (readFailed_) {
-        // The file could not be parsed: everything read as the defaults, and QSettings would not write
-        // over it. Replace it with a fresh file from this assignment on.
-        const QString name = settings_->fileName();
-        settings_.reset();
-        QFile::remove(name);
-        settings_ = std::make_unique<QSettings>(name, QSettings::IniFormat);
-        readFailed_ = false;
+    // An empty list round-trips through the INI file as an invalid value; keep it that way in memory too.
+    values_.insert(qKey(key), value.typeId() == QMetaType::QStringList && value.toStringList().isEmpty()
+                                  ? QVariant()
+                                  : value);
+    dirty_ = true;
+    flush();
+}
+
+void QSettingsStore::flush() {
+    if (!dirty_) return;
+    const auto problem = save();
+    lastWriteSucceeded_ = !problem;
+    if (problem) {
+        setProblem(*problem);
+        // Retried later from the event loop; without one (a tool, a test) the next assignment retries.
+        if (QCoreApplication::instance()) retry_.start();
+        return;
     }
-    settings_->setValue(qKey(key), value);
-    settings_->sync();
-    lastWriteSucceeded_ = settings_->status() == QSettings::NoError;
+    dirty_ = false;
+    retry_.stop();
+    setProblem({});
+}
+
+std::optional<QString> QSettingsStore::save() {
+    const QString lockPath = fileName_ + QStringLiteral(".lock");
+    // Only a regular lock file can be a lock; anything else there would make the lock block or fail.
+    if (userfiles::kindAt(lockPath) == userfiles::Kind::notRegular) {
+        return QStringLiteral("“%1” is in the way of the settings file's lock.").arg(lockPath);
+    }
+    const QString folder = QFileInfo(fileName_).absolutePath();
+    if (!QFileInfo(folder).isDir() && !QDir().mkpath(folder)) {
+        return QStringLiteral("The folder “%1” could not be created.").arg(folder);
+    }
+    // The same lock QSettings takes, with a bound: a stale or foreign lock costs a retry, not a freeze.
+    QLockFile lock(lockPath);
+    if (!lock.tryLock(static_cast<int>(lockBound_.count()))) {
+        switch (lock.error()) {
+            case QLockFile::LockFailedError:
+                return QStringLiteral("The settings file is locked by another program (“%1”).").arg(lockPath);
+            case QLockFile::PermissionError:
+                return QStringLiteral("The folder “%1” is not writable.").arg(folder);
+            default:
+                return QStringLiteral("The settings file's lock “%1” cannot be taken.").arg(lockPath);
+        }
+    }
+    // QSettings writes its INI form into a private folder; the bytes then replace the file atomically.
+    QTemporaryDir scratch;
+    if (!scratch.isValid()) return QStringLiteral("No temporary folder is available.");
+    const QString copy = scratch.filePath(QStringLiteral("write.conf"));
+    {
+        QSettings out(copy, QSettings::IniFormat);
+        for (auto it = values_.constBegin(); it != values_.constEnd(); ++it) out.setValue(it.key(), it.value());
+        out.sync();
+        if (out.status() != QSettings::NoError) return QStringLiteral("The settings could not be encoded.");
+    }
+    const auto bytes = userfiles::readRegularFile(copy, 64 * 1024 * 1024);
+    if (!bytes) return QStringLiteral("The settings could not be encoded.");
+    return userfiles::writeAtomically(fileName_, *bytes, home_);
+}
+
+void QSettingsStore::setProblem(const QString& problem) {
+    if (problem == problem_) return;
+    problem_ = problem;
+    if (!problem.isEmpty()) {
+        qCWarning(lcSettings).noquote() << "Settings cannot be saved:" << problem
+                                        << "Changes are kept until the program ends and saved when possible.";
+    } else {
+        qCDebug(lcSettings) << "Settings saved again.";
+    }
+    if (saveProblemDidChange) saveProblemDidChange();
 }
 
 }  // namespace lorvane

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <QStandardPaths>
 
+#include "core/Logging.h"
+
 namespace lorvane {
 
 namespace {
@@ -25,11 +27,11 @@ const std::vector<SoundSettingsProgram>& knownPrograms() {
 
 }  // namespace
 
-SoundSettingsLauncher::SoundSettingsLauncher()
-    : SoundSettingsLauncher(qEnvironmentVariable("XDG_CURRENT_DESKTOP"), {}) {}
+SoundSettingsLauncher::SoundSettingsLauncher(AlertPresenting* alerts)
+    : SoundSettingsLauncher(qEnvironmentVariable("XDG_CURRENT_DESKTOP"), {}, alerts) {}
 
-SoundSettingsLauncher::SoundSettingsLauncher(QString currentDesktop, QStringList searchPaths)
-    : currentDesktop_(std::move(currentDesktop)), searchPaths_(std::move(searchPaths)) {}
+SoundSettingsLauncher::SoundSettingsLauncher(QString currentDesktop, QStringList searchPaths, AlertPresenting* alerts)
+    : currentDesktop_(std::move(currentDesktop)), searchPaths_(std::move(searchPaths)), alerts_(alerts) {}
 
 std::vector<SoundSettingsProgram> SoundSettingsLauncher::candidates() const {
     const QStringList running = currentDesktop_.split(QLatin1Char(':'), Qt::SkipEmptyParts);
@@ -69,8 +71,37 @@ std::optional<SoundSettingsProgram> SoundSettingsLauncher::firstAvailable() cons
     return std::nullopt;
 }
 
+QString SoundSettingsLauncher::installAdvice() const {
+    const QStringList running = currentDesktop_.split(QLatin1Char(':'), Qt::SkipEmptyParts);
+    const auto runs = [&](const char* name) { return running.contains(QLatin1String(name), Qt::CaseInsensitive); };
+    QString own;
+    if (runs("GNOME") || runs("Unity") || runs("Budgie")) own = QStringLiteral("gnome-control-center");
+    if (runs("KDE")) own = QStringLiteral("plasma-pa");
+    if (runs("X-Cinnamon")) own = QStringLiteral("cinnamon-control-center");
+    if (runs("MATE")) own = QStringLiteral("mate-media");
+    if (runs("LXQt")) own = QStringLiteral("pavucontrol-qt");
+    const QString mixer = QStringLiteral("Install PulseAudio Volume Control (the package “pavucontrol”)");
+    if (own.isEmpty() || own == QStringLiteral("pavucontrol-qt")) {
+        return mixer + QStringLiteral(" to choose which sound Lorvane hears.");
+    }
+    return QStringLiteral("Install your desktop's sound settings (the package “%1”) or PulseAudio Volume Control "
+                          "(the package “pavucontrol”) to choose which sound Lorvane hears.")
+        .arg(own);
+}
+
 void SoundSettingsLauncher::openAudioCaptureSettings() {
-    if (const auto program = firstAvailable()) QProcess::startDetached(program->program, program->arguments);
+    const auto program = firstAvailable();
+    if (program && QProcess::startDetached(program->program, program->arguments)) {
+        qCDebug(lcCapture).noquote() << "Opened the sound settings:" << program->program
+                                     << program->arguments.join(QLatin1Char(' '));
+        return;
+    }
+    if (program) {
+        qCWarning(lcCapture).noquote() << "The sound settings program" << program->program << "could not be started.";
+    } else {
+        qCWarning(lcCapture) << "No sound settings program is installed.";
+    }
+    if (alerts_) alerts_->showWarning(missingMessage, installAdvice().toStdString());
 }
 
 }  // namespace lorvane

@@ -1,11 +1,13 @@
 #include "platform/linux/XdgAutostartLoginItem.h"
 
+#include <QDateTime>
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 #include <QStandardPaths>
-#include <QTextStream>
+
+#include "core/DesktopEntry.h"
+#include "core/Logging.h"
+#include "platform/linux/UserFiles.h"
 
 namespace lorvane {
 
@@ -27,87 +29,103 @@ QStringList defaultSystemDirectories() {
 
 std::string describe(const QString& text) { return text.toStdString(); }
 
+// The program an Exec line starts, as a launcher would find it; empty when there is none.
+QString resolveProgram(const QString& program) {
+    if (program.isEmpty()) return {};
+    if (program.contains(QLatin1Char('/'))) {
+        const QFileInfo info(program);
+        return info.isFile() && info.isExecutable() ? info.absoluteFilePath() : QString();
+    }
+    return QStandardPaths::findExecutable(program);
+}
+
 }  // namespace
 
 XdgAutostartLoginItem::XdgAutostartLoginItem(QString executable)
     : XdgAutostartLoginItem(std::move(executable), defaultUserDirectory(), defaultSystemDirectories()) {}
 
-XdgAutostartLoginItem::XdgAutostartLoginItem(QString executable, QString userDirectory, QStringList systemDirectories)
+XdgAutostartLoginItem::XdgAutostartLoginItem(QString executable, QString userDirectory, QStringList systemDirectories,
+                                             QString home)
     : executable_(std::move(executable)),
       userDirectory_(std::move(userDirectory)),
-      systemDirectories_(std::move(systemDirectories)) {}
+      systemDirectories_(std::move(systemDirectories)),
+      home_(home.isEmpty() ? QDir::homePath() : std::move(home)) {}
 
 QString XdgAutostartLoginItem::userEntryPath() const {
     return userDirectory_ + QLatin1Char('/') + QLatin1String(entryFileName);
 }
 
+QString XdgAutostartLoginItem::legacyUserEntryPath() const {
+    return userDirectory_ + QLatin1Char('/') + QLatin1String(legacyEntryFileName);
+}
+
 QString XdgAutostartLoginItem::execValue(const QString& executable) {
-    // Arguments with reserved characters are double-quoted, with " ` $ \ escaped inside the quotes;
-    // the value as a whole then escapes each backslash once more.
-    static const QString reserved = QStringLiteral(" \t\n\"'\\><~|&;$*?#()`%");
-    bool needsQuotes = executable.isEmpty();
-    for (QChar c : executable) needsQuotes = needsQuotes || reserved.contains(c);
-    QString argument = executable;
-    if (needsQuotes) {
-        QString quoted;
-        for (QChar c : executable) {
-            if (c == QLatin1Char('"') || c == QLatin1Char('`') || c == QLatin1Char('$') || c == QLatin1Char('\\')) {
-                quoted += QLatin1Char('\\');
-            }
-            // A literal percent sign in Exec is written twice.
-            if (c == QLatin1Char('%')) quoted += QLatin1Char('%');
-            quoted += c;
-        }
-        argument = QLatin1Char('"') + quoted + QLatin1Char('"');
-    }
-    argument.replace(QLatin1Char('\\'), QStringLiteral("\\\\"));
-    return argument;
+    const auto value = desktopentry::execValue({executable.toStdString()});
+    return value ? QString::fromStdString(*value) : QString();
+}
+
+std::optional<QString> XdgAutostartLoginItem::entryText(bool hidden) const {
+    const auto exec = desktopentry::execValue({executable_.toStdString(), backgroundOption});
+    if (!exec) return std::nullopt;
+    QString text = QStringLiteral(
+        "[Desktop Entry]\n"
+        "Type=Application\n"
+        "Name=Lorvane\n"
+        "Comment=Shows an audio wave while music plays\n"
+        "Icon=com.tarnhollow.Lorvane\n");
+    text += QStringLiteral("Exec=") + QString::fromStdString(*exec) + QLatin1Char('\n');
+    text += QStringLiteral(
+        "Terminal=false\n"
+        // Tray programs start once the panel that hosts their icon is up.
+        "X-GNOME-Autostart-Phase=Applications\n"
+        "X-GNOME-Autostart-Delay=5\n"
+        "X-KDE-autostart-after=panel\n");
+    text += hidden ? QStringLiteral("Hidden=true\n") : QStringLiteral("X-GNOME-Autostart-enabled=true\n");
+    return text;
 }
 
 XdgAutostartLoginItem::EntryState XdgAutostartLoginItem::readEntry(const QString& path) {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) return {};
-    EntryState state;
-    bool inMainGroup = false;
-    bool sawMainGroup = false;
-    QTextStream in(&file);
-    while (!in.atEnd()) {
-        const QString line = in.readLine().trimmed();
-        if (line.isEmpty() || line.startsWith(QLatin1Char('#'))) continue;
-        if (line.startsWith(QLatin1Char('['))) {
-            inMainGroup = line == QStringLiteral("[Desktop Entry]");
-            sawMainGroup = sawMainGroup || inMainGroup;
-            continue;
-        }
-        if (!inMainGroup) continue;
-        const auto equals = line.indexOf(QLatin1Char('='));
-        if (equals < 0) continue;
-        const QString key = line.left(equals).trimmed();
-        const QString value = line.mid(equals + 1).trimmed();
-        // Hidden=true means deleted; GNOME's own switch turns an entry off the same way.
-        if (key == QStringLiteral("Hidden") && value == QStringLiteral("true")) state.hidden = true;
-        if (key == QStringLiteral("X-GNOME-Autostart-enabled") && value == QStringLiteral("false")) state.hidden = true;
-    }
+    if (userfiles::kindAt(path) != userfiles::Kind::regular) return {};
+    const auto bytes = userfiles::readRegularFile(path, 64 * 1024);
+    if (!bytes) return {};
+    const auto entry = desktopentry::parse(bytes->toStdString());
     // A file that is no desktop entry at all starts nothing.
-    state.present = sawMainGroup;
-    if (!sawMainGroup) state.hidden = false;
+    if (!entry.isDesktopEntry()) return {};
+    EntryState state;
+    state.present = true;
+    // Hidden=true means deleted; GNOME's own switch turns an entry off the same way.
+    state.hidden = entry.value("Hidden") == std::optional<std::string>("true") ||
+                   entry.value("X-GNOME-Autostart-enabled") == std::optional<std::string>("false");
+    if (const auto name = entry.value("Name")) state.name = QString::fromStdString(desktopentry::unescapeStringValue(*name));
+    if (const auto exec = entry.value("Exec")) {
+        if (const auto arguments = desktopentry::parseExecValue(*exec)) {
+            state.program = QString::fromStdString(arguments->front());
+        }
+    }
     return state;
 }
 
+QStringList XdgAutostartLoginItem::candidatePaths() const {
+    QStringList paths{userEntryPath(), legacyUserEntryPath()};
+    for (const QString& dir : systemDirectories_) paths << dir + QLatin1Char('/') + QLatin1String(entryFileName);
+    return paths;
+}
+
 XdgAutostartLoginItem::EntryState XdgAutostartLoginItem::effectiveEntry() const {
-    if (QFileInfo::exists(userEntryPath())) return readEntry(userEntryPath());
-    for (const QString& dir : systemDirectories_) {
-        const QString path = dir + QLatin1Char('/') + QLatin1String(entryFileName);
-        if (QFileInfo::exists(path)) return readEntry(path);
+    const QStringList paths = candidatePaths();
+    for (int i = 0; i < paths.size(); ++i) {
+        if (userfiles::kindAt(paths[i]) == userfiles::Kind::missing) continue;
+        EntryState state = readEntry(paths[i]);
+        // Under the old name only an entry of ours counts; another program's "lorvane.desktop" is left be.
+        if (paths[i] == legacyUserEntryPath() && (!state.present || state.name != QStringLiteral("Lorvane"))) continue;
+        return state;
     }
     return {};
 }
 
 QString XdgAutostartLoginItem::fingerprint() const {
     QString print;
-    QStringList paths{userEntryPath()};
-    for (const QString& dir : systemDirectories_) paths << dir + QLatin1Char('/') + QLatin1String(entryFileName);
-    for (const QString& path : paths) {
+    for (const QString& path : candidatePaths()) {
         const QFileInfo info(path);
         if (!info.exists()) {
             print += QStringLiteral("-|");
@@ -124,45 +142,102 @@ QString XdgAutostartLoginItem::fingerprint() const {
 bool XdgAutostartLoginItem::isEnabled() const {
     const QString print = fingerprint();
     if (print != cachedFingerprint_) {
-        const EntryState entry = effectiveEntry();
-        cachedEnabled_ = entry.present && !entry.hidden;
+        cachedEntry_ = effectiveEntry();
         cachedFingerprint_ = print;
     }
-    return cachedEnabled_;
+    // The program the entry starts may have been deleted or moved since: an entry that starts nothing is off.
+    return cachedEntry_.present && !cachedEntry_.hidden && !resolveProgram(cachedEntry_.program).isEmpty();
+}
+
+void XdgAutostartLoginItem::watch(std::function<void()> changed) {
+    changed_ = std::move(changed);
+    watcher_ = std::make_unique<QFileSystemWatcher>();
+    const auto notice = [this] {
+        rewatch();
+        if (changed_) changed_();
+    };
+    QObject::connect(watcher_.get(), &QFileSystemWatcher::directoryChanged, notice);
+    QObject::connect(watcher_.get(), &QFileSystemWatcher::fileChanged, notice);
+    rewatch();
+}
+
+void XdgAutostartLoginItem::rewatch() {
+    if (!watcher_) return;
+    // Removed files drop out of the watch list; what exists now is watched afresh.
+    QStringList paths{userDirectory_, QFileInfo(userDirectory_).absolutePath()};
+    isEnabled();
+    const QString program = resolveProgram(cachedEntry_.program);
+    if (!program.isEmpty()) paths << program << QFileInfo(program).absolutePath();
+    QStringList wanted;
+    for (const QString& path : paths) {
+        if (QFileInfo::exists(path) && !wanted.contains(path)) wanted << path;
+    }
+    const QStringList current = watcher_->files() + watcher_->directories();
+    for (const QString& path : current) {
+        if (!wanted.contains(path)) watcher_->removePath(path);
+    }
+    for (const QString& path : wanted) {
+        if (!current.contains(path)) watcher_->addPath(path);
+    }
+}
+
+QString XdgAutostartLoginItem::developmentBuildWarning() const {
+    if (!developmentBuild_ || !isEnabled()) return {};
+    if (QFileInfo(resolveProgram(cachedEntry_.program)) != QFileInfo(executable_)) return {};
+    return QStringLiteral("Launch at Login starts the development build at “%1”.").arg(executable_);
 }
 
 std::optional<std::string> XdgAutostartLoginItem::writeUserEntry(bool hidden) {
-    if (!QDir().mkpath(userDirectory_)) {
-        return describe(QStringLiteral("The folder “%1” could not be created.").arg(userDirectory_));
+    const auto text = entryText(hidden);
+    if (!text) {
+        const QString message =
+            QStringLiteral("The program's path “%1” holds characters that a login entry cannot carry.").arg(executable_);
+        qCWarning(lcSettings).noquote() << "Autostart entry not written:" << message;
+        return describe(message);
     }
-    QSaveFile file(userEntryPath());
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) {
-        return describe(QStringLiteral("“%1” could not be written: %2").arg(userEntryPath(), file.errorString()));
-    }
-    QString text = QStringLiteral(
-        "[Desktop Entry]\n"
-        "Type=Application\n"
-        "Name=Lorvane\n"
-        "Comment=Shows an audio wave while music plays\n"
-        "Icon=lorvane\n"
-        "Terminal=false\n");
-    text += QStringLiteral("Exec=") + execValue(executable_) + QLatin1Char('\n');
-    text += hidden ? QStringLiteral("Hidden=true\n") : QStringLiteral("X-GNOME-Autostart-enabled=true\n");
-    file.write(text.toUtf8());
-    // Written to a temporary file and renamed over the entry, so a login never sees half an entry.
-    if (!file.commit()) {
-        return describe(QStringLiteral("“%1” could not be written: %2").arg(userEntryPath(), file.errorString()));
+    if (const auto error = userfiles::writeAtomically(userEntryPath(), text->toUtf8(), home_)) {
+        qCWarning(lcSettings).noquote() << "Autostart entry not written:" << *error;
+        return describe(*error);
     }
     cachedFingerprint_.clear();
+    const auto legacy = removeLegacyEntry();
+    rewatch();
+    return legacy;
+}
+
+std::optional<std::string> XdgAutostartLoginItem::removeLegacyEntry() {
+    if (userfiles::kindAt(legacyUserEntryPath()) == userfiles::Kind::missing) return std::nullopt;
+    if (readEntry(legacyUserEntryPath()).name != QStringLiteral("Lorvane")) return std::nullopt;
+    cachedFingerprint_.clear();
+    if (const auto error = userfiles::remove(legacyUserEntryPath())) {
+        qCWarning(lcSettings).noquote() << "Old autostart entry not removed:" << *error;
+        return describe(*error);
+    }
     return std::nullopt;
+}
+
+bool XdgAutostartLoginItem::migrateLegacyEntry() {
+    if (userfiles::kindAt(userEntryPath()) != userfiles::Kind::missing) return false;
+    if (userfiles::kindAt(legacyUserEntryPath()) == userfiles::Kind::missing) return false;
+    const EntryState legacy = readEntry(legacyUserEntryPath());
+    if (!legacy.present || legacy.name != QStringLiteral("Lorvane")) return false;
+    if (writeUserEntry(legacy.hidden)) return false;
+    qCDebug(lcSettings).noquote() << "Replaced the autostart entry" << legacyUserEntryPath() << "by" << userEntryPath();
+    return true;
 }
 
 std::optional<std::string> XdgAutostartLoginItem::registerItem() { return writeUserEntry(false); }
 
 std::optional<std::string> XdgAutostartLoginItem::unregisterItem() {
-    QFile file(userEntryPath());
-    if (file.exists() && !file.remove()) {
-        return describe(QStringLiteral("“%1” could not be removed: %2").arg(userEntryPath(), file.errorString()));
+    for (const QString& path : {userEntryPath(), legacyUserEntryPath()}) {
+        if (path == legacyUserEntryPath()) {
+            if (const auto error = removeLegacyEntry()) return error;
+            continue;
+        }
+        if (const auto error = userfiles::remove(path)) {
+            qCWarning(lcSettings).noquote() << "Autostart entry not removed:" << *error;
+            return describe(*error);
+        }
     }
     cachedFingerprint_.clear();
     // A system-wide entry would still start the program: hide it for this user.

@@ -6,12 +6,20 @@
 
 namespace lorvane {
 
+MessageBoxAlert::~MessageBoxAlert() { delete box_.data(); }
+
 void MessageBoxAlert::showWarning(const std::string& message, const std::string& informativeText) {
-    QMessageBox box(QMessageBox::Warning, QStringLiteral("Lorvane"), QString::fromStdString(message), QMessageBox::Ok);
-    box.setInformativeText(QString::fromStdString(informativeText));
-    box.setWindowIcon(applicationIcon());
-    box.setWindowModality(Qt::ApplicationModal);
-    box.exec();
+    if (!box_) {
+        box_ = new QMessageBox(QMessageBox::Warning, QStringLiteral("Lorvane"), QString(), QMessageBox::Ok);
+        box_->setWindowIcon(applicationIcon());
+        box_->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    box_->setText(QString::fromStdString(message));
+    box_->setInformativeText(QString::fromStdString(informativeText));
+    // open() returns at once: no nested event loop, so a second click cannot stack a second box.
+    if (!box_->isVisible()) box_->open();
+    box_->raise();
+    box_->activateWindow();
 }
 
 }  // namespace lorvane
