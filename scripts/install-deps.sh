@@ -15,6 +15,7 @@ build_packages=(
 test_packages=(
   xvfb xauth openbox x11-utils xdotool dbus pulseaudio-utils playerctl
   x11-xserver-utils xcompmgr
+  clang libclang-rt-14-dev
 )
 
 packages=("${build_packages[@]}")

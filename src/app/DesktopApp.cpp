@@ -15,11 +15,18 @@ namespace lorvane {
 
 void QtApplicationTerminator::terminate() { QCoreApplication::quit(); }
 
-DesktopApp::DesktopApp() : loginItem_(QCoreApplication::applicationFilePath()) {
+DesktopApp::DesktopApp()
+    : loginItem_(QCoreApplication::applicationFilePath()),
+      // A capture backing off because the sound server was gone is retried as soon as it is back.
+      outputVolume_(1.0, [this] {
+          mainQueue_.post([this] {
+              if (delegate_) delegate_->soundServerDidAppear();
+          });
+      }) {
     AppEnvironment environment;
     environment.defaults = std::make_shared<QSettingsStore>();
     environment.mainQueue = &mainQueue_;
-    environment.dates = &dates_;
+    environment.steadyClock = &uptime_;
     environment.loginItem = &loginItem_;
     environment.alerts = &alerts_;
     environment.audioSettings = &soundSettings_;

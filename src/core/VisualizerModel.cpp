@@ -14,6 +14,7 @@ double clamped(double value, double low, double high) {
 
 void VisualizerModel::updateLiveFrame(const AudioVisualizationFrame& frame) {
     publish(captureStatus_, AudioCaptureStatus::live);
+    if (captureFailureReason_) publish(captureFailureReason_, std::nullopt);
     publish(audioLevel_, clamped(frame.level, 0.0, 1.0));
     publish(motionRate_, clamped(frame.motionRate, 0.55, 2.8));
     publish(beatPulse_, clamped(frame.beatPulse, 0.0, 1.0));
@@ -23,11 +24,17 @@ void VisualizerModel::updateLiveFrame(const AudioVisualizationFrame& frame) {
     publish(spectrum_, std::move(spectrum));
 }
 
-void VisualizerModel::useFallbackAudio(std::optional<AudioCaptureFailure> failure) {
+void VisualizerModel::useFallbackAudio(std::optional<AudioCaptureFailureReport> failure) {
     AudioCaptureStatus status = AudioCaptureStatus::fallback;
-    if (failure == AudioCaptureFailure::permissionRequired) status = AudioCaptureStatus::permissionRequired;
-    if (failure == AudioCaptureFailure::silentOrProtectedAudio) status = AudioCaptureStatus::protectedAudio;
+    if (failure && failure->failure == AudioCaptureFailure::permissionRequired) {
+        status = AudioCaptureStatus::permissionRequired;
+    }
+    if (failure && failure->failure == AudioCaptureFailure::silentOrProtectedAudio) {
+        status = AudioCaptureStatus::protectedAudio;
+    }
     publish(captureStatus_, status);
+    const auto reason = failure ? std::optional(failure->reason) : std::nullopt;
+    if (reason != captureFailureReason_) publish(captureFailureReason_, reason);
     publishFallbackValues();
 }
 
@@ -39,6 +46,7 @@ void VisualizerModel::updateFallbackLevel(double level) {
 
 void VisualizerModel::pause() {
     publish(captureStatus_, AudioCaptureStatus::waiting);
+    if (captureFailureReason_) publish(captureFailureReason_, std::nullopt);
     publish(audioLevel_, 0.0);
     publish(motionRate_, 0.7);
     publish(beatPulse_, 0.0);

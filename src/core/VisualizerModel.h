@@ -27,11 +27,13 @@ public:
     double beatPulse() const { return beatPulse_; }
     const std::vector<double>& spectrum() const { return spectrum_; }
     AudioCaptureStatus captureStatus() const { return captureStatus_; }
+    // Why the last capture run failed, while the model is in fallback because of it; nothing otherwise.
+    std::optional<AudioCaptureReason> captureFailureReason() const { return captureFailureReason_; }
     double fallbackLevel() const { return fallbackLevel_; }
 
     // Inputs are clamped where they enter, never rejected.
     void updateLiveFrame(const AudioVisualizationFrame& frame);
-    void useFallbackAudio(std::optional<AudioCaptureFailure> failure);
+    void useFallbackAudio(std::optional<AudioCaptureFailureReport> failure);
     void updateFallbackLevel(double level);
     void pause();
 
@@ -51,6 +53,7 @@ private:
     double beatPulse_ = 0.0;
     std::vector<double> spectrum_;
     AudioCaptureStatus captureStatus_ = AudioCaptureStatus::waiting;
+    std::optional<AudioCaptureReason> captureFailureReason_;
     double fallbackLevel_ = 0.48;
 };
 

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 
 #include "core/VisualizerModel.h"
 
@@ -112,4 +113,45 @@ TEST(VisualizerModel, ObserversHearOfEachPublishedValueInTheFixedOrderBeforeItCh
     EXPECT_EQ(seen[0], "waiting 0.480000");  // before the status changes
     EXPECT_EQ(seen[1], "live 0.480000");     // before the level changes
     EXPECT_EQ(seen[2], "live 0.900000");
+}
+
+TEST(VisualizerModel, NanInEveryInputMapsToTheBottomOfItsRange) {
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const double inf = std::numeric_limits<double>::infinity();
+    VisualizerModel m;
+    m.updateLiveFrame(frame(nan, nan, nan, {nan, -inf, inf, 0.5}));
+    EXPECT_EQ(m.audioLevel(), 0.0);
+    EXPECT_EQ(m.motionRate(), 0.55);
+    EXPECT_EQ(m.beatPulse(), 0.0);
+    EXPECT_EQ(m.spectrum(), (std::vector<double>{0.0, 0.0, 1.0, 0.5}));
+    m.updateFallbackLevel(nan);
+    EXPECT_EQ(m.fallbackLevel(), 0.0);
+    m.useFallbackAudio(std::nullopt);
+    EXPECT_EQ(m.audioLevel(), 0.0);
+    EXPECT_EQ(m.motionRate(), 0.82);
+}
+
+TEST(VisualizerModel, AFailureCarriesItsReasonUntilTheModelGoesLiveOrPauses) {
+    VisualizerModel m;
+    m.useFallbackAudio(AudioCaptureFailure::unavailable);
+    EXPECT_EQ(m.captureFailureReason(), AudioCaptureReason::cannotStart);
+    m.useFallbackAudio(AudioCaptureFailureReport{AudioCaptureFailure::unavailable, AudioCaptureReason::noSoundServer});
+    EXPECT_EQ(m.captureStatus(), AudioCaptureStatus::fallback);
+    ASSERT_EQ(m.captureFailureReason(), AudioCaptureReason::noSoundServer);
+    EXPECT_EQ(audioCaptureReasonText(*m.captureFailureReason()), "No sound server is running");
+    m.useFallbackAudio(std::nullopt);  // audio response turned off: no failure to explain
+    EXPECT_FALSE(m.captureFailureReason());
+    m.useFallbackAudio(AudioCaptureFailure::silentOrProtectedAudio);
+    EXPECT_EQ(m.captureFailureReason(), AudioCaptureReason::onlySilence);
+    m.pause();
+    EXPECT_FALSE(m.captureFailureReason());
+}
+
+TEST(VisualizerModel, EveryReasonHasPlainWordsAndARawValue) {
+    for (const AudioCaptureReason reason : allCases<AudioCaptureReason>()) {
+        EXPECT_FALSE(audioCaptureReasonText(reason).empty());
+        EXPECT_EQ(fromRawValue<AudioCaptureReason>(rawValue(reason)), reason);
+    }
+    EXPECT_EQ(audioCaptureReasonText(AudioCaptureReason::refused), "The sound server refused the recording");
+    EXPECT_EQ(audioCaptureReasonText(AudioCaptureReason::serverStopped), "The sound server stopped");
 }
