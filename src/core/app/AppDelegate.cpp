@@ -1,6 +1,7 @@
 #include "core/app/AppDelegate.h"
 
 #include <cstdlib>
+#include <string_view>
 #include <utility>
 
 #include "core/Logging.h"
@@ -391,15 +392,14 @@ void AppDelegate::captureDidFail(std::uint64_t run, AudioCaptureFailureReport fa
     dropAudioLevelMonitor();
     const double delay =
         failure.failure == AudioCaptureFailure::permissionRequired ? permissionRetryDelay : failureRetryDelay;
-    const auto reason = audioCaptureReasonText(failure.reason);
+    const std::string_view words = audioCaptureReasonText(failure.reason);
+    const QString reason = QString::fromUtf8(words.data(), static_cast<qsizetype>(words.size()));
     if (failure.failure == AudioCaptureFailure::silentOrProtectedAudio) {
-        // Quiet music is not a fault; the status says what happened.
-        qCInfo(lcCapture).noquote() << "Audio capture paused:" << QString::fromUtf8(reason.data(), qsizetype(reason.size()))
-                                    << "- trying again in" << delay << "s";
+        // Quiet music is no fault; the status already says what happened.
+        qCInfo(lcCapture).noquote() << "Audio capture paused:" << reason << "- trying again in" << delay << "s";
     } else {
-        qCWarning(lcCapture).noquote() << "Audio capture failed:"
-                                       << QString::fromUtf8(reason.data(), qsizetype(reason.size()))
-                                       << "- trying again in" << delay << "s or when the sound server returns";
+        qCWarning(lcCapture).noquote() << "Audio capture failed:" << reason << "- trying again in" << delay
+                                       << "s, or as soon as the sound server is back";
     }
     audioCaptureRetryAfter_ = now() + delay;
     scheduleBackOffEnd(delay);
