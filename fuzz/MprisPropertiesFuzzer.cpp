@@ -2,14 +2,13 @@
 // shape a player might send (strings, numbers, lists, nested variants, wrong types) and read through
 // the same helpers the playback code uses. Nothing may crash.
 
-#include <algorithm>
-
 #include <QDBusMessage>
 #include <QDBusVariant>
 #include <QString>
 #include <QStringList>
 #include <QVariant>
 #include <QVariantMap>
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -24,7 +23,8 @@ public:
     std::uint8_t byte() { return empty() ? 0 : data_[at_++]; }
     QString string() {
         const std::size_t length = std::min<std::size_t>(byte(), size_ - std::min(at_, size_));
-        const QString text = QString::fromUtf8(reinterpret_cast<const char*>(data_ + at_), static_cast<qsizetype>(length));
+        const QString text =
+            QString::fromUtf8(reinterpret_cast<const char*>(data_ + at_), static_cast<qsizetype>(length));
         at_ += length;
         return text;
     }
@@ -37,11 +37,16 @@ private:
 
 QVariant value(Bytes& bytes, int depth) {
     switch (bytes.byte() % 8) {
-        case 0: return bytes.string();
-        case 1: return static_cast<int>(bytes.byte()) - 128;
-        case 2: return static_cast<double>(bytes.byte()) / 17.0 - 3.0;
-        case 3: return (bytes.byte() & 1) != 0;
-        case 4: return QStringList{bytes.string(), bytes.string()};
+        case 0:
+            return bytes.string();
+        case 1:
+            return static_cast<int>(bytes.byte()) - 128;
+        case 2:
+            return static_cast<double>(bytes.byte()) / 17.0 - 3.0;
+        case 3:
+            return (bytes.byte() & 1) != 0;
+        case 4:
+            return QStringList{bytes.string(), bytes.string()};
         case 5:
             if (depth > 3) return {};
             return QVariant::fromValue(QDBusVariant(value(bytes, depth + 1)));
@@ -51,7 +56,8 @@ QVariant value(Bytes& bytes, int depth) {
             nested.insert(bytes.string(), value(bytes, depth + 1));
             return nested;
         }
-        default: return {};
+        default:
+            return {};
     }
 }
 
@@ -72,7 +78,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     // The same map as the reply to GetAll and to Get, as the helpers receive it.
     QDBusMessage call = QDBusMessage::createMethodCall("org.mpris.MediaPlayer2.fuzz", mpris::objectPath,
-                                                      mpris::propertiesInterface, "GetAll");
+                                                       mpris::propertiesInterface, "GetAll");
     QDBusMessage reply = call.createReply(QVariantList{QVariant(properties)});
     (void)mpris::propertyMap(reply);
     (void)mpris::propertyValue(call.createReply(QVariantList{value(bytes, 0)}));

@@ -33,7 +33,9 @@ double residentMegabytes(qint64 pid) {
 }
 
 qsizetype entries(qint64 pid, const char* what) {
-    return QDir(QStringLiteral("/proc/%1/%2").arg(pid).arg(what)).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size();
+    return QDir(QStringLiteral("/proc/%1/%2").arg(pid).arg(what))
+        .entryList(QDir::AllEntries | QDir::NoDotAndDotDot)
+        .size();
 }
 
 void sleepTurning(std::chrono::milliseconds duration) {
@@ -63,10 +65,13 @@ int main(int argc, char** argv) {
     PulsePlayer sound(PulsePlayer::musicLike());
     TestPlayerProcess spotify(desktop.bus().address(), {"--name", "spotify", "--identity", "Spotify", "--desktop-entry",
                                                         "spotify", "--status", "Playing", "--volume", "0.8"});
-    const bool live = sound.waitUntilPlaying(10s) && spotify.isReady() && waitFor([&] {
-        const auto menu = desktop.tray().layout();
-        return menu && menu->findPrefix(QStringLiteral("Audio Analysis: Live ")) != nullptr;
-    }, 30s);
+    const bool live = sound.waitUntilPlaying(10s) && spotify.isReady() &&
+                      waitFor(
+                          [&] {
+                              const auto menu = desktop.tray().layout();
+                              return menu && menu->findPrefix(QStringLiteral("Audio Analysis: Live ")) != nullptr;
+                          },
+                          30s);
     if (!live) {
         std::fprintf(stderr, "the wave did not go live\n");
         return 1;
@@ -92,7 +97,8 @@ int main(int argc, char** argv) {
             firstFiles = files;
             firstThreads = threads;
         }
-        std::printf("%6d %10.1f %6lld %8lld\n", minute, rss, static_cast<long long>(files), static_cast<long long>(threads));
+        std::printf("%6d %10.1f %6lld %8lld\n", minute, rss, static_cast<long long>(files),
+                    static_cast<long long>(threads));
         std::fflush(stdout);
     }
     std::printf("growth over %d minutes: resident %+.1f MB (%+.2f MB per 10 min), open files %+lld, threads %+lld\n",

@@ -18,21 +18,21 @@ struct EnumTraits<AudioCaptureFailure> {
 // What exactly went wrong, for the user: the settings window's audio row and the tray tooltip show it
 // in plain words next to the status.
 enum class AudioCaptureReason {
-    noSoundServer,     // nothing answers at the sound server's address
-    refused,           // the server answered but would not let us record
-    notAllowed,        // recording is known to be refused before asking (a sandbox without audio)
-    serverStopped,     // an accepted connection was lost: the server quit or crashed
-    noOutputDevice,    // the server has no default output whose sound could be recorded
-    recordingFailed,   // the server would not open or keep the recording stream
-    onlySilence,       // the recording delivered nothing audible for more than 4 seconds
-    cannotStart,       // this program could not set the recording up at all
+    noSoundServer,    // nothing answers at the sound server's address
+    refused,          // the server answered but would not let us record
+    notAllowed,       // recording is known to be refused before asking (a sandbox without audio)
+    serverStopped,    // an accepted connection was lost: the server quit or crashed
+    noOutputDevice,   // the server has no default output whose sound could be recorded
+    recordingFailed,  // the server would not open or keep the recording stream
+    onlySilence,      // the recording delivered nothing audible for more than 4 seconds
+    cannotStart,      // this program could not set the recording up at all
 };
 
 template <>
 struct EnumTraits<AudioCaptureReason> {
-    static constexpr std::array<std::string_view, 8> rawValues{
-        "noSoundServer", "refused",     "notAllowed",  "serverStopped",
-        "noOutputDevice", "recordingFailed", "onlySilence", "cannotStart"};
+    static constexpr std::array<std::string_view, 8> rawValues{"noSoundServer", "refused",        "notAllowed",
+                                                               "serverStopped", "noOutputDevice", "recordingFailed",
+                                                               "onlySilence",   "cannotStart"};
 };
 
 // The reason in plain words, as shown to the user.

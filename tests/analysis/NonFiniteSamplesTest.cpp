@@ -20,7 +20,8 @@ constexpr float infinity = std::numeric_limits<float>::infinity();
 constexpr float denormal = std::numeric_limits<float>::denorm_min() * 1000;
 
 bool finite(const AudioVisualizationFrame& frame) {
-    if (!std::isfinite(frame.level) || !std::isfinite(frame.motionRate) || !std::isfinite(frame.beatPulse)) return false;
+    if (!std::isfinite(frame.level) || !std::isfinite(frame.motionRate) || !std::isfinite(frame.beatPulse))
+        return false;
     for (double band : frame.spectrum) {
         if (!std::isfinite(band)) return false;
     }

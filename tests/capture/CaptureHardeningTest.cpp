@@ -37,11 +37,16 @@ std::size_t entriesIn(const char* directory) {
     }
     return count;
 }
-std::size_t openFiles() { return entriesIn("/proc/self/fd"); }
-std::size_t threads() { return entriesIn("/proc/self/task"); }
+std::size_t openFiles() {
+    return entriesIn("/proc/self/fd");
+}
+std::size_t threads() {
+    return entriesIn("/proc/self/task");
+}
 
 bool finite(const AudioVisualizationFrame& frame) {
-    if (!std::isfinite(frame.level) || !std::isfinite(frame.motionRate) || !std::isfinite(frame.beatPulse)) return false;
+    if (!std::isfinite(frame.level) || !std::isfinite(frame.motionRate) || !std::isfinite(frame.beatPulse))
+        return false;
     for (double band : frame.spectrum) {
         if (!std::isfinite(band)) return false;
     }
@@ -123,8 +128,7 @@ TEST(CaptureHardening, NonFiniteAndDenormalSamplesInTheSinkLeaveTheLiveModelFini
         }
         const std::size_t firstAfter = frames.size();
         // Back to the tone's values within a second of sound: 30 frames at 30 a second.
-        ASSERT_TRUE(queue.runUntil(
-            [&] { return frames.size() > firstAfter + 5 && model.audioLevel() > 0.95; }, 5s))
+        ASSERT_TRUE(queue.runUntil([&] { return frames.size() > firstAfter + 5 && model.audioLevel() > 0.95; }, 5s))
             << bad << ": level " << model.audioLevel();
         EXPECT_LE(frames.size() - firstAfter, 30u + 6u) << bad;
         for (const auto& frame : frames) ASSERT_TRUE(finite(frame)) << bad;
@@ -146,9 +150,8 @@ protected:
                 return makePulseAudioLevelMonitor(std::move(frame), std::move(failure), harness->queue, steady);
             };
         });
-        volume = std::make_unique<PulseOutputVolume>(0.25, [this] {
-            harness->queue.post([this] { harness->app->soundServerDidAppear(); });
-        });
+        volume = std::make_unique<PulseOutputVolume>(
+            0.25, [this] { harness->queue.post([this] { harness->app->soundServerDidAppear(); }); });
         harness->launch();
     }
     void TearDown() override {
@@ -191,7 +194,8 @@ TEST_F(ServerRestarts, TwentyKillsAndRestartsWhileLiveComeBackLiveWithoutRetryAn
         ASSERT_TRUE(player->waitUntilPlaying(5s)) << player->why();
         // Nothing is pressed and no snapshot changes: the server's return alone brings capture back.
         ASSERT_TRUE(runUntil([&] { return live(); }, 15s)) << "round " << round;
-        slowestReturn = std::max(slowestReturn, std::chrono::duration<double>(std::chrono::steady_clock::now() - back).count());
+        slowestReturn =
+            std::max(slowestReturn, std::chrono::duration<double>(std::chrono::steady_clock::now() - back).count());
         EXPECT_TRUE(harness->app->audioCaptureRetryAfter() == std::nullopt);
         // Let a dropped run's release happen before counting.
         harness->queue.runPending();
@@ -211,7 +215,8 @@ TEST_F(ServerRestarts, TwentyKillsAndRestartsWhileLiveComeBackLiveWithoutRetryAn
 TEST_F(ServerRestarts, NoServerAtStartIsExplainedAndCaptureStartsWhenTheServerAppears) {
     server->stop();
     harness->play();
-    ASSERT_TRUE(runUntil([&] { return harness->app->visualizerModel().captureStatus() == AudioCaptureStatus::fallback; }, 10s));
+    ASSERT_TRUE(
+        runUntil([&] { return harness->app->visualizerModel().captureStatus() == AudioCaptureStatus::fallback; }, 10s));
     EXPECT_EQ(harness->app->visualizerModel().captureFailureReason(), AudioCaptureReason::noSoundServer);
     ASSERT_TRUE(server->restart()) << server->why();
     PulsePlayer player(PulsePlayer::sine(1000, 0.4472));
