@@ -12,16 +12,45 @@ double clamped(double value, double low, double high) {
 }
 }  // namespace
 
+class VisualizerModel::ChangeSet {
+public:
+    explicit ChangeSet(VisualizerModel& model) : model_(model) {}
+    ~ChangeSet() {
+        if (mask_ == 0 || model_.changed.observerCount() == 0) return;
+        for (VisualizerModelKey key : allCases<VisualizerModelKey>()) {
+            if (mask_ & bit(key)) model_.changed(key);
+        }
+    }
+    ChangeSet(const ChangeSet&) = delete;
+    ChangeSet& operator=(const ChangeSet&) = delete;
+    void insert(VisualizerModelKey key) { mask_ |= bit(key); }
+
+private:
+    static unsigned bit(VisualizerModelKey key) { return 1u << caseIndex(key); }
+    VisualizerModel& model_;
+    unsigned mask_ = 0;
+};
+
+template <typename T, typename U>
+void VisualizerModel::publish(ChangeSet& changes, VisualizerModelKey key, T& member, U&& value) {
+    objectWillChange();
+    if (member == value) return;
+    member = std::forward<U>(value);
+    changes.insert(key);
+}
+
 void VisualizerModel::updateLiveFrame(const AudioVisualizationFrame& frame) {
-    publish(captureStatus_, AudioCaptureStatus::live);
-    if (captureFailureReason_) publish(captureFailureReason_, std::nullopt);
-    publish(audioLevel_, clamped(frame.level, 0.0, 1.0));
-    publish(motionRate_, clamped(frame.motionRate, 0.55, 2.8));
-    publish(beatPulse_, clamped(frame.beatPulse, 0.0, 1.0));
+    ChangeSet changes(*this);
+    publish(changes, VisualizerModelKey::captureStatus, captureStatus_, AudioCaptureStatus::live);
+    publishFailureReason(changes, std::nullopt);
+    publish(changes, VisualizerModelKey::audioLevel, audioLevel_, clamped(frame.level, 0.0, 1.0));
+    publish(changes, VisualizerModelKey::motionRate, motionRate_, clamped(frame.motionRate, 0.55, 2.8));
+    publish(changes, VisualizerModelKey::beatPulse, beatPulse_, clamped(frame.beatPulse, 0.0, 1.0));
     std::vector<double> spectrum(frame.spectrum.size());
     std::transform(frame.spectrum.begin(), frame.spectrum.end(), spectrum.begin(),
                    [](double band) { return clamped(band, 0.0, 1.0); });
-    publish(spectrum_, std::move(spectrum));
+    publish(changes, VisualizerModelKey::spectrum, spectrum_, std::move(spectrum));
+    changes.insert(VisualizerModelKey::liveFrame);
 }
 
 void VisualizerModel::useFallbackAudio(std::optional<AudioCaptureFailureReport> failure) {
@@ -32,32 +61,44 @@ void VisualizerModel::useFallbackAudio(std::optional<AudioCaptureFailureReport> 
     if (failure && failure->failure == AudioCaptureFailure::silentOrProtectedAudio) {
         status = AudioCaptureStatus::protectedAudio;
     }
-    publish(captureStatus_, status);
-    const auto reason = failure ? std::optional(failure->reason) : std::nullopt;
-    if (reason != captureFailureReason_) publish(captureFailureReason_, reason);
-    publishFallbackValues();
+    ChangeSet changes(*this);
+    publish(changes, VisualizerModelKey::captureStatus, captureStatus_, status);
+    publishFailureReason(changes, failure ? std::optional(failure->reason) : std::nullopt);
+    publishFallbackValues(changes);
 }
 
 void VisualizerModel::updateFallbackLevel(double level) {
-    fallbackLevel_ = clamped(level, 0.0, 1.0);
+    ChangeSet changes(*this);
+    const double clampedLevel = clamped(level, 0.0, 1.0);
+    if (clampedLevel != fallbackLevel_) {
+        fallbackLevel_ = clampedLevel;
+        changes.insert(VisualizerModelKey::fallbackLevel);
+    }
     if (captureStatus_ == AudioCaptureStatus::live) return;
-    publishFallbackValues();
+    publishFallbackValues(changes);
 }
 
 void VisualizerModel::pause() {
-    publish(captureStatus_, AudioCaptureStatus::waiting);
-    if (captureFailureReason_) publish(captureFailureReason_, std::nullopt);
-    publish(audioLevel_, 0.0);
-    publish(motionRate_, 0.7);
-    publish(beatPulse_, 0.0);
-    publish(spectrum_, std::vector<double>{});
+    ChangeSet changes(*this);
+    publish(changes, VisualizerModelKey::captureStatus, captureStatus_, AudioCaptureStatus::waiting);
+    publishFailureReason(changes, std::nullopt);
+    publish(changes, VisualizerModelKey::audioLevel, audioLevel_, 0.0);
+    publish(changes, VisualizerModelKey::motionRate, motionRate_, 0.7);
+    publish(changes, VisualizerModelKey::beatPulse, beatPulse_, 0.0);
+    publish(changes, VisualizerModelKey::spectrum, spectrum_, std::vector<double>{});
 }
 
-void VisualizerModel::publishFallbackValues() {
-    publish(audioLevel_, fallbackLevel_);
-    publish(motionRate_, 0.82 + 0.72 * fallbackLevel_);
-    publish(beatPulse_, 0.0);
-    publish(spectrum_, std::vector<double>{});
+void VisualizerModel::publishFailureReason(ChangeSet& changes, std::optional<AudioCaptureReason> reason) {
+    // Only a real change is published, so operations that leave the reason alone notify as before.
+    if (reason == captureFailureReason_) return;
+    publish(changes, VisualizerModelKey::captureFailureReason, captureFailureReason_, reason);
+}
+
+void VisualizerModel::publishFallbackValues(ChangeSet& changes) {
+    publish(changes, VisualizerModelKey::audioLevel, audioLevel_, fallbackLevel_);
+    publish(changes, VisualizerModelKey::motionRate, motionRate_, 0.82 + 0.72 * fallbackLevel_);
+    publish(changes, VisualizerModelKey::beatPulse, beatPulse_, 0.0);
+    publish(changes, VisualizerModelKey::spectrum, spectrum_, std::vector<double>{});
 }
 
 }  // namespace lorvane

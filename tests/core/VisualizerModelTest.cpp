@@ -155,3 +155,60 @@ TEST(VisualizerModel, EveryReasonHasPlainWordsAndARawValue) {
     EXPECT_EQ(audioCaptureReasonText(AudioCaptureReason::refused), "The sound server refused the recording");
     EXPECT_EQ(audioCaptureReasonText(AudioCaptureReason::serverStopped), "The sound server stopped");
 }
+
+// MARK: Keyed change announcements
+
+namespace {
+struct ModelLog {
+    explicit ModelLog(VisualizerModel& model) {
+        model.changed.connect([this](VisualizerModelKey key) { keys.push_back(key); });
+    }
+    std::vector<VisualizerModelKey> keys;
+};
+}  // namespace
+
+TEST(VisualizerModelChanges, ALiveFrameAnnouncesEachChangedValueThenTheFrame) {
+    VisualizerModel m;
+    ModelLog log(m);
+    double levelSeen = -1;
+    m.changed.connect([&](VisualizerModelKey key) {
+        if (key == VisualizerModelKey::captureStatus) levelSeen = m.audioLevel();
+    });
+    m.updateLiveFrame(frame(0.3, 1.2, 0.4, {0.1, 0.2}));
+    using K = VisualizerModelKey;
+    EXPECT_EQ(log.keys, (std::vector<K>{K::captureStatus, K::audioLevel, K::motionRate, K::beatPulse, K::spectrum,
+                                        K::liveFrame}));
+    // Announced after the whole frame was taken in.
+    EXPECT_EQ(levelSeen, 0.3);
+
+    // The same status and level again: only what differs, and the frame itself.
+    log.keys.clear();
+    m.updateLiveFrame(frame(0.3, 1.3, 0.4, {0.1, 0.2}));
+    EXPECT_EQ(log.keys, (std::vector<K>{K::motionRate, K::liveFrame}));
+}
+
+TEST(VisualizerModelChanges, FallbackLevelWhileLiveAnnouncesOnlyTheFallbackLevel) {
+    VisualizerModel m;
+    m.updateLiveFrame(frame(0.3, 1.2, 0.4, {0.1}));
+    ModelLog log(m);
+    m.updateFallbackLevel(0.9);
+    EXPECT_EQ(log.keys, std::vector<VisualizerModelKey>{VisualizerModelKey::fallbackLevel});
+    log.keys.clear();
+    m.updateFallbackLevel(0.9);
+    EXPECT_TRUE(log.keys.empty());
+}
+
+TEST(VisualizerModelChanges, FallbackAndPauseAnnounceStatusAndValues) {
+    VisualizerModel m;
+    ModelLog log(m);
+    using K = VisualizerModelKey;
+    m.useFallbackAudio(AudioCaptureFailure::permissionRequired);
+    // 0.48 stays the level; the motion moves to the fallback's; the failure brings its reason.
+    EXPECT_EQ(log.keys, (std::vector<K>{K::captureStatus, K::motionRate, K::captureFailureReason}));
+    log.keys.clear();
+    m.pause();
+    EXPECT_EQ(log.keys, (std::vector<K>{K::captureStatus, K::audioLevel, K::motionRate, K::captureFailureReason}));
+    log.keys.clear();
+    m.pause();
+    EXPECT_TRUE(log.keys.empty());
+}

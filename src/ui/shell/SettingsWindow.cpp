@@ -15,12 +15,13 @@
 namespace lorvane {
 
 SettingsWindow::SettingsWindow(OverlayPreferences& preferences, VisualizerModel& visualizerModel,
-                               SettingsActions actions, bool launchAtLoginEnabled, QString versionText)
+                               PlaybackStatus& playbackStatus, SettingsActions actions,
+                               bool launchAtLoginEnabled, QString versionText)
     : QWidget(nullptr, Qt::Window) {
     setWindowTitle(QStringLiteral("Lorvane Settings"));
     setWindowIcon(applicationIcon());
     setObjectName(QStringLiteral("LorvaneSettings"));
-    view_ = new SettingsView(preferences, visualizerModel, std::move(actions), launchAtLoginEnabled,
+    view_ = new SettingsView(preferences, visualizerModel, playbackStatus, std::move(actions), launchAtLoginEnabled,
                              std::move(versionText), this);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
