@@ -15,8 +15,9 @@ namespace lorvane {
 
 void QtApplicationTerminator::terminate() { QCoreApplication::quit(); }
 
-DesktopApp::DesktopApp()
+DesktopApp::DesktopApp(OverlayPath overlayPath)
     : loginItem_(QCoreApplication::applicationFilePath()),
+      overlayPath_(overlayPath),
       // A capture backing off because the sound server was gone is retried as soon as it is back.
       outputVolume_(1.0, [this] {
           mainQueue_.post([this] {
@@ -41,7 +42,7 @@ AppFactories DesktopApp::makeFactories() {
     AppFactories factories;
     factories.makeOverlay = [this](OverlayPreferences& preferences,
                                    VisualizerModel& model) -> std::unique_ptr<OverlayPresenting> {
-        return std::make_unique<OverlayAdapter>(preferences, model, dates_);
+        return std::make_unique<OverlayAdapter>(preferences, model, dates_, overlayPath_);
     };
     factories.makeSettingsWindow = [](OverlayPreferences& preferences, VisualizerModel& model,
                                       PlaybackStatus& playbackStatus, SettingsActions actions,
