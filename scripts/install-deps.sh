@@ -19,6 +19,7 @@ test_packages=(
   x11-xserver-utils xcompmgr
   desktop-file-utils appstream lintian man-db dpkg-dev file libglib2.0-bin
   sway grim weston xwayland
+  clang libclang-rt-14-dev
 )
 
 packages=("${build_packages[@]}")

@@ -38,6 +38,12 @@ DesktopApp::DesktopApp(Options options)
     : loginItem_(QCoreApplication::applicationFilePath()),
       soundSettings_(&alerts_),
       overlayPath_(options.overlayPath),
+      // A capture backing off because the sound server was gone is retried as soon as it is back.
+      outputVolume_(1.0, [this] {
+          mainQueue_.post([this] {
+              if (delegate_) delegate_->soundServerDidAppear();
+          });
+      }),
       settingsStore_(std::make_shared<QSettingsStore>()) {
     loginItem_.setDevelopmentBuild(runsFromBuildTree(QCoreApplication::applicationFilePath()));
     loginItem_.migrateLegacyEntry();
@@ -45,7 +51,7 @@ DesktopApp::DesktopApp(Options options)
     environment.defaults = settingsStore_;
     environment.startInBackground = options.background;
     environment.mainQueue = &mainQueue_;
-    environment.dates = &dates_;
+    environment.steadyClock = &uptime_;
     environment.loginItem = &loginItem_;
     environment.alerts = &alerts_;
     environment.audioSettings = &soundSettings_;

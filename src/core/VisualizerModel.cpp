@@ -42,6 +42,7 @@ void VisualizerModel::publish(ChangeSet& changes, VisualizerModelKey key, T& mem
 void VisualizerModel::updateLiveFrame(const AudioVisualizationFrame& frame) {
     ChangeSet changes(*this);
     publish(changes, VisualizerModelKey::captureStatus, captureStatus_, AudioCaptureStatus::live);
+    publishFailureReason(changes, std::nullopt);
     publish(changes, VisualizerModelKey::audioLevel, audioLevel_, clamped(frame.level, 0.0, 1.0));
     publish(changes, VisualizerModelKey::motionRate, motionRate_, clamped(frame.motionRate, 0.55, 2.8));
     publish(changes, VisualizerModelKey::beatPulse, beatPulse_, clamped(frame.beatPulse, 0.0, 1.0));
@@ -52,12 +53,17 @@ void VisualizerModel::updateLiveFrame(const AudioVisualizationFrame& frame) {
     changes.insert(VisualizerModelKey::liveFrame);
 }
 
-void VisualizerModel::useFallbackAudio(std::optional<AudioCaptureFailure> failure) {
+void VisualizerModel::useFallbackAudio(std::optional<AudioCaptureFailureReport> failure) {
     AudioCaptureStatus status = AudioCaptureStatus::fallback;
-    if (failure == AudioCaptureFailure::permissionRequired) status = AudioCaptureStatus::permissionRequired;
-    if (failure == AudioCaptureFailure::silentOrProtectedAudio) status = AudioCaptureStatus::protectedAudio;
+    if (failure && failure->failure == AudioCaptureFailure::permissionRequired) {
+        status = AudioCaptureStatus::permissionRequired;
+    }
+    if (failure && failure->failure == AudioCaptureFailure::silentOrProtectedAudio) {
+        status = AudioCaptureStatus::protectedAudio;
+    }
     ChangeSet changes(*this);
     publish(changes, VisualizerModelKey::captureStatus, captureStatus_, status);
+    publishFailureReason(changes, failure ? std::optional(failure->reason) : std::nullopt);
     publishFallbackValues(changes);
 }
 
@@ -75,10 +81,17 @@ void VisualizerModel::updateFallbackLevel(double level) {
 void VisualizerModel::pause() {
     ChangeSet changes(*this);
     publish(changes, VisualizerModelKey::captureStatus, captureStatus_, AudioCaptureStatus::waiting);
+    publishFailureReason(changes, std::nullopt);
     publish(changes, VisualizerModelKey::audioLevel, audioLevel_, 0.0);
     publish(changes, VisualizerModelKey::motionRate, motionRate_, 0.7);
     publish(changes, VisualizerModelKey::beatPulse, beatPulse_, 0.0);
     publish(changes, VisualizerModelKey::spectrum, spectrum_, std::vector<double>{});
+}
+
+void VisualizerModel::publishFailureReason(ChangeSet& changes, std::optional<AudioCaptureReason> reason) {
+    // Only a real change is published, so operations that leave the reason alone notify as before.
+    if (reason == captureFailureReason_) return;
+    publish(changes, VisualizerModelKey::captureFailureReason, captureFailureReason_, reason);
 }
 
 void VisualizerModel::publishFallbackValues(ChangeSet& changes) {

@@ -22,13 +22,22 @@ struct EnumTraits<AudioCaptureStatus> {
 
 // Names what changed in the model. `liveFrame` is announced once for every live frame taken in,
 // after the values it changed, so a view can draw exactly once per frame.
-enum class VisualizerModelKey { captureStatus, audioLevel, motionRate, beatPulse, spectrum, fallbackLevel, liveFrame };
+enum class VisualizerModelKey {
+    captureStatus,
+    audioLevel,
+    motionRate,
+    beatPulse,
+    spectrum,
+    fallbackLevel,
+    captureFailureReason,
+    liveFrame
+};
 
 template <>
 struct EnumTraits<VisualizerModelKey> {
-    static constexpr std::array<std::string_view, 7> rawValues{"captureStatus", "audioLevel", "motionRate",
-                                                               "beatPulse",     "spectrum",   "fallbackLevel",
-                                                               "liveFrame"};
+    static constexpr std::array<std::string_view, 8> rawValues{
+        "captureStatus", "audioLevel",           "motionRate", "beatPulse", "spectrum",
+        "fallbackLevel", "captureFailureReason", "liveFrame"};
 };
 
 class VisualizerModel {
@@ -38,16 +47,19 @@ public:
     double beatPulse() const { return beatPulse_; }
     const std::vector<double>& spectrum() const { return spectrum_; }
     AudioCaptureStatus captureStatus() const { return captureStatus_; }
+    // Why the last capture run failed, while the model is in fallback because of it; nothing otherwise.
+    std::optional<AudioCaptureReason> captureFailureReason() const { return captureFailureReason_; }
     double fallbackLevel() const { return fallbackLevel_; }
 
     // Inputs are clamped where they enter, never rejected.
     void updateLiveFrame(const AudioVisualizationFrame& frame);
-    void useFallbackAudio(std::optional<AudioCaptureFailure> failure);
+    void useFallbackAudio(std::optional<AudioCaptureFailureReport> failure);
     void updateFallbackLevel(double level);
     void pause();
 
     // Announced after an operation has assigned all its values, keyed by each value that took a new
-    // value, in the order captureStatus, audioLevel, motionRate, beatPulse, spectrum, fallbackLevel.
+    // value, in the order captureStatus, audioLevel, motionRate, beatPulse, spectrum, fallbackLevel,
+    // captureFailureReason.
     Signal<VisualizerModelKey> changed;
     // Fired before each published value is assigned (older observers; prefer `changed`).
     Signal<> objectWillChange;
@@ -56,6 +68,7 @@ private:
     // Collects the keys one operation changed and announces them when it ends.
     class ChangeSet;
     void publishFallbackValues(ChangeSet& changes);
+    void publishFailureReason(ChangeSet& changes, std::optional<AudioCaptureReason> reason);
     template <typename T, typename U>
     void publish(ChangeSet& changes, VisualizerModelKey key, T& member, U&& value);
 
@@ -64,6 +77,7 @@ private:
     double beatPulse_ = 0.0;
     std::vector<double> spectrum_;
     AudioCaptureStatus captureStatus_ = AudioCaptureStatus::waiting;
+    std::optional<AudioCaptureReason> captureFailureReason_;
     double fallbackLevel_ = 0.48;
 };
 

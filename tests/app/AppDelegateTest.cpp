@@ -608,3 +608,104 @@ TEST_F(AppDelegateTest, TheLoginItemIsReadAfreshOnEveryRefresh) {
     app().refreshMenuState();
     EXPECT_GT(h.loginItem.reads, reads);
 }
+
+// MARK: The back-off's timer and the sound server's return
+
+TEST_F(AppDelegateTest, WhenTheBackOffEndsCaptureIsRetriedWithoutANewSnapshot) {
+    h.play();
+    h.lastRun()->captureDidFail(AudioCaptureFailure::unavailable);
+    ASSERT_EQ(h.runs.size(), 1u);
+    // The same song goes on playing: the monitor reports nothing new.
+    h.queue.advance(29.9);
+    EXPECT_EQ(h.runs.size(), 1u);
+    EXPECT_FALSE(monitorLive());
+    h.queue.advance(0.1);
+    ASSERT_EQ(h.runs.size(), 2u);
+    EXPECT_TRUE(monitorLive());
+    EXPECT_EQ(h.lastRun()->starts, 1);
+    EXPECT_FALSE(app().audioCaptureRetryAfter());
+}
+
+TEST_F(AppDelegateTest, APermissionBackOffEndsAfter300SecondsOfQueueTime) {
+    h.play();
+    h.lastRun()->captureDidFail(AudioCaptureFailure::permissionRequired);
+    h.queue.advance(299.0);
+    EXPECT_EQ(h.runs.size(), 1u);
+    h.queue.advance(1.0);
+    EXPECT_EQ(h.runs.size(), 2u);
+}
+
+TEST_F(AppDelegateTest, TheBackOffTimerRetriesOnlyWhileCaptureIsStillWanted) {
+    h.play();
+    h.lastRun()->captureDidFail(AudioCaptureFailure::unavailable);
+    app().setAutoShow(false);
+    h.queue.advance(31.0);
+    EXPECT_EQ(h.runs.size(), 1u);
+    EXPECT_FALSE(monitorLive());
+
+    // Paused while backing off: nothing is retried when the timer would have fired.
+    app().setAutoShow(true);
+    ASSERT_EQ(h.runs.size(), 2u);
+    h.lastRun()->captureDidFail(AudioCaptureFailure::unavailable);
+    h.snapshot(MusicPlayer::spotify, MusicPlaybackState::paused);
+    h.queue.advance(31.0);
+    EXPECT_EQ(h.runs.size(), 2u);
+}
+
+TEST_F(AppDelegateTest, TheTimerOfAnEarlierBackOffDoesNotCutALaterOneShort) {
+    h.play();
+    h.lastRun()->captureDidFail(AudioCaptureFailure::unavailable);
+    h.queue.advance(20.0);
+    app().retryAudioCapture();
+    ASSERT_EQ(h.runs.size(), 2u);
+    h.lastRun()->captureDidFail(AudioCaptureFailure::unavailable);
+    // The first timer falls due now; the second back-off has 20 s left.
+    h.queue.advance(10.0);
+    EXPECT_EQ(h.runs.size(), 2u);
+    h.queue.advance(20.0);
+    EXPECT_EQ(h.runs.size(), 3u);
+}
+
+TEST_F(AppDelegateTest, AWallClockJumpDoesNotBreakTheRetry) {
+    h.play();
+    h.lastRun()->captureDidFail(AudioCaptureFailure::unavailable);
+    // Even a clock that jumps back by a day (as a wall clock may) cannot hold the retry: the timer
+    // runs on the queue's own monotonic time, and the desktop program reads a steady clock.
+    h.clock.set(h.clock.now() - 86'400.0);
+    h.queue.advance(30.0);
+    EXPECT_EQ(h.runs.size(), 2u);
+    EXPECT_TRUE(monitorLive());
+}
+
+TEST_F(AppDelegateTest, TheSoundServerReturningRetriesABackingOffCaptureAtOnce) {
+    h.play();
+    h.lastRun()->captureDidFail({AudioCaptureFailure::unavailable, AudioCaptureReason::serverStopped});
+    EXPECT_EQ(app().visualizerModel().captureFailureReason(), AudioCaptureReason::serverStopped);
+    app().soundServerDidAppear();
+    ASSERT_EQ(h.runs.size(), 2u);
+    EXPECT_TRUE(monitorLive());
+    EXPECT_FALSE(app().audioCaptureRetryAfter());
+    // The old back-off's timer no longer does anything.
+    h.queue.advance(31.0);
+    EXPECT_EQ(h.runs.size(), 2u);
+}
+
+TEST_F(AppDelegateTest, TheSoundServerAppearingLeavesLiveAndIdleCaptureAlone) {
+    app().soundServerDidAppear();
+    EXPECT_TRUE(h.runs.empty());
+    h.play();
+    app().soundServerDidAppear();
+    EXPECT_EQ(h.runs.size(), 1u);
+    EXPECT_EQ(h.lastRun()->stops, 0);
+}
+
+TEST_F(AppDelegateTest, TheFailureReasonReachesTheModelAndLeavesWithTheNextFrame) {
+    h.play();
+    h.lastRun()->captureDidFail({AudioCaptureFailure::permissionRequired, AudioCaptureReason::refused});
+    EXPECT_EQ(app().visualizerModel().captureStatus(), AudioCaptureStatus::permissionRequired);
+    EXPECT_EQ(app().visualizerModel().captureFailureReason(), AudioCaptureReason::refused);
+    app().retryAudioCapture();
+    h.lastRun()->frameDidChange(AudioVisualizationFrame{0.5, 1.0, 0.0, {}});
+    EXPECT_EQ(app().visualizerModel().captureStatus(), AudioCaptureStatus::live);
+    EXPECT_FALSE(app().visualizerModel().captureFailureReason());
+}

@@ -189,7 +189,7 @@ public:
         AppEnvironment environment;
         environment.defaults = this->store;
         environment.mainQueue = &queue;
-        environment.dates = &clock;
+        environment.steadyClock = &clock;
         environment.loginItem = &loginItem;
         environment.alerts = &alerts;
         environment.audioSettings = &audioSettings;

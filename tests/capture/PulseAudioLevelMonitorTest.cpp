@@ -64,11 +64,12 @@ protected:
                 frames.push_back(frame);
                 events.emplace_back("frame");
             },
-            [this](AudioCaptureFailure failure) {
+            [this](AudioCaptureFailureReport failure) {
                 EXPECT_EQ(std::this_thread::get_id(), mainThread);
                 failures.push_back(failure);
+                reasons.push_back(failure.reason);
                 failureTime = clock.now();
-                events.emplace_back(rawValue(failure));
+                events.emplace_back(rawValue(failure.failure));
             },
             counting, clock);
     }
@@ -89,6 +90,7 @@ protected:
     CountingQueue counting{queue};
     std::vector<AudioVisualizationFrame> frames;
     std::vector<AudioCaptureFailure> failures;
+    std::vector<AudioCaptureReason> reasons;
     std::vector<std::string> events;
     double failureTime = 0;
     std::unique_ptr<SystemAudioLevelMonitor> monitor;
@@ -128,6 +130,7 @@ TEST_F(PulseAudioLevelMonitorTest, SilenceEndsTheRunOnceAfterFourSeconds) {
     monitor->start();
     ASSERT_TRUE(runUntilFailure(4s + startUpWait));
     EXPECT_EQ(failures, std::vector<AudioCaptureFailure>{AudioCaptureFailure::silentOrProtectedAudio});
+    EXPECT_EQ(reasons, std::vector<AudioCaptureReason>{AudioCaptureReason::onlySilence});
     EXPECT_GT(failureTime - started, 4.0);
     EXPECT_FALSE(frames.empty());  // quiet frames came before it
     for (const auto& frame : frames) EXPECT_EQ(frame.level, 0.0);
@@ -160,6 +163,18 @@ TEST_F(PulseAudioLevelMonitorTest, NoServerIsUnavailable) {
     monitor->start();
     ASSERT_TRUE(runUntilFailure(5s));
     EXPECT_EQ(failures, std::vector<AudioCaptureFailure>{AudioCaptureFailure::unavailable});
+    EXPECT_EQ(reasons, std::vector<AudioCaptureReason>{AudioCaptureReason::noSoundServer});
+}
+
+TEST_F(PulseAudioLevelMonitorTest, TheServerDyingWhileLiveIsExplainedAsStopped) {
+    PulsePlayer player(PulsePlayer::sine(1000, 0.4472));
+    ASSERT_TRUE(player.waitUntilPlaying(5s)) << player.why();
+    monitor->start();
+    ASSERT_TRUE(runUntilFrames(1, startUpWait));
+    server->kill();
+    ASSERT_TRUE(runUntilFailure(5s));
+    EXPECT_EQ(failures, std::vector<AudioCaptureFailure>{AudioCaptureFailure::unavailable});
+    EXPECT_EQ(reasons, std::vector<AudioCaptureReason>{AudioCaptureReason::serverStopped});
 }
 
 TEST_F(PulseAudioLevelMonitorTest, StartTwiceMakesOneStream) {
@@ -234,6 +249,7 @@ TEST_F(PulseAudioLevelMonitorRefusedTest, AServerRefusingAccessMeansPermissionRe
     monitor->start();
     ASSERT_TRUE(runUntilFailure(5s));
     EXPECT_EQ(failures, std::vector<AudioCaptureFailure>{AudioCaptureFailure::permissionRequired});
+    EXPECT_EQ(reasons, std::vector<AudioCaptureReason>{AudioCaptureReason::refused});
     EXPECT_TRUE(frames.empty());
     EXPECT_FALSE(monitor->captureRequested());
 }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <thread>
@@ -107,6 +108,23 @@ TEST_F(PulseOutputVolumeTest, AnswersAtOnceWhileTheServerIsFrozen) {
     server.resume();
     ASSERT_TRUE(server.setSinkVolume(PulseServer::defaultSink, "65%"));
     EXPECT_TRUE(eventually([&] { return near(volume.systemOutputVolume(), 0.65); })) << volume.systemOutputVolume();
+}
+
+TEST_F(PulseOutputVolumeTest, SaysWhenTheServerIsBackWithASinkAfterEachRestart) {
+    std::atomic<int> appearances{0};
+    PulseOutputVolume volume(0.1, [&] { ++appearances; });
+    connect(volume);
+    EXPECT_TRUE(eventually([&] { return appearances.load() == 1; }));
+    for (int round = 2; round <= 3; ++round) {
+        server.kill();
+        ASSERT_TRUE(eventually([&] { return !volume.connected(); }));
+        ASSERT_TRUE(server.restart()) << server.why();
+        EXPECT_TRUE(eventually([&] { return appearances.load() == round; })) << appearances.load();
+    }
+    // A volume change on a sink already known is no appearance.
+    ASSERT_TRUE(server.setSinkVolume(PulseServer::defaultSink, "20%"));
+    ASSERT_TRUE(eventually([&] { return near(volume.systemOutputVolume(), 0.2); }));
+    EXPECT_EQ(appearances.load(), 3);
 }
 
 }  // namespace

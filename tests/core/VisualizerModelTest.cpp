@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 
 #include "core/VisualizerModel.h"
 
@@ -114,6 +115,47 @@ TEST(VisualizerModel, ObserversHearOfEachPublishedValueInTheFixedOrderBeforeItCh
     EXPECT_EQ(seen[2], "live 0.900000");
 }
 
+TEST(VisualizerModel, NanInEveryInputMapsToTheBottomOfItsRange) {
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const double inf = std::numeric_limits<double>::infinity();
+    VisualizerModel m;
+    m.updateLiveFrame(frame(nan, nan, nan, {nan, -inf, inf, 0.5}));
+    EXPECT_EQ(m.audioLevel(), 0.0);
+    EXPECT_EQ(m.motionRate(), 0.55);
+    EXPECT_EQ(m.beatPulse(), 0.0);
+    EXPECT_EQ(m.spectrum(), (std::vector<double>{0.0, 0.0, 1.0, 0.5}));
+    m.updateFallbackLevel(nan);
+    EXPECT_EQ(m.fallbackLevel(), 0.0);
+    m.useFallbackAudio(std::nullopt);
+    EXPECT_EQ(m.audioLevel(), 0.0);
+    EXPECT_EQ(m.motionRate(), 0.82);
+}
+
+TEST(VisualizerModel, AFailureCarriesItsReasonUntilTheModelGoesLiveOrPauses) {
+    VisualizerModel m;
+    m.useFallbackAudio(AudioCaptureFailure::unavailable);
+    EXPECT_EQ(m.captureFailureReason(), AudioCaptureReason::cannotStart);
+    m.useFallbackAudio(AudioCaptureFailureReport{AudioCaptureFailure::unavailable, AudioCaptureReason::noSoundServer});
+    EXPECT_EQ(m.captureStatus(), AudioCaptureStatus::fallback);
+    ASSERT_EQ(m.captureFailureReason(), AudioCaptureReason::noSoundServer);
+    EXPECT_EQ(audioCaptureReasonText(*m.captureFailureReason()), "No sound server is running");
+    m.useFallbackAudio(std::nullopt);  // audio response turned off: no failure to explain
+    EXPECT_FALSE(m.captureFailureReason());
+    m.useFallbackAudio(AudioCaptureFailure::silentOrProtectedAudio);
+    EXPECT_EQ(m.captureFailureReason(), AudioCaptureReason::onlySilence);
+    m.pause();
+    EXPECT_FALSE(m.captureFailureReason());
+}
+
+TEST(VisualizerModel, EveryReasonHasPlainWordsAndARawValue) {
+    for (const AudioCaptureReason reason : allCases<AudioCaptureReason>()) {
+        EXPECT_FALSE(audioCaptureReasonText(reason).empty());
+        EXPECT_EQ(fromRawValue<AudioCaptureReason>(rawValue(reason)), reason);
+    }
+    EXPECT_EQ(audioCaptureReasonText(AudioCaptureReason::refused), "The sound server refused the recording");
+    EXPECT_EQ(audioCaptureReasonText(AudioCaptureReason::serverStopped), "The sound server stopped");
+}
+
 // MARK: Keyed change announcements
 
 namespace {
@@ -161,11 +203,11 @@ TEST(VisualizerModelChanges, FallbackAndPauseAnnounceStatusAndValues) {
     ModelLog log(m);
     using K = VisualizerModelKey;
     m.useFallbackAudio(AudioCaptureFailure::permissionRequired);
-    // 0.48 stays the level; the motion moves to the fallback's.
-    EXPECT_EQ(log.keys, (std::vector<K>{K::captureStatus, K::motionRate}));
+    // 0.48 stays the level; the motion moves to the fallback's; the failure brings its reason.
+    EXPECT_EQ(log.keys, (std::vector<K>{K::captureStatus, K::motionRate, K::captureFailureReason}));
     log.keys.clear();
     m.pause();
-    EXPECT_EQ(log.keys, (std::vector<K>{K::captureStatus, K::audioLevel, K::motionRate}));
+    EXPECT_EQ(log.keys, (std::vector<K>{K::captureStatus, K::audioLevel, K::motionRate, K::captureFailureReason}));
     log.keys.clear();
     m.pause();
     EXPECT_TRUE(log.keys.empty());

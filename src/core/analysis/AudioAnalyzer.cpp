@@ -161,6 +161,7 @@ struct AudioAnalyzer::State {
     double lastAudibleSampleTime = 0;
     double lastPublishTime = 0;
     double lastLevelTarget = 0;
+    std::size_t nonFiniteSamples = 0;
     std::array<double, bandCount> scratch{};  // this publish's raw spectrum
 
     // `write(out, from, count)` writes samples [from, from + count) of the `total` new ones; only
@@ -222,6 +223,7 @@ AudioAnalyzer::BandBins AudioAnalyzer::bandBins(int band) {
 
 bool AudioAnalyzer::updateLevelAndWatchSilence(double rms, double now) {
     State& s = *state_;
+    if (std::isnan(rms)) rms = 0;  // an infinite RMS is merely loud; NaN is nothing heard
     const double target = levelTarget(rms);
     s.lastLevelTarget = target;
     const double coefficient = s.smoothedLevel < target ? 0.42 : 0.14;
@@ -238,6 +240,7 @@ bool AudioAnalyzer::updateLevelAndWatchSilence(double rms, double now) {
 AudioAnalyzer::Result AudioAnalyzer::process(const SampleBlock& block, double now) {
     const auto layout = detail::inspectBlock(block);
     if (!layout) return {};
+    state_->nonFiniteSamples += layout->nonFiniteSamples;
     if (!updateLevelAndWatchSilence(layout->rms, now)) return {Outcome::silenceFailure, {}};
     state_->append(layout->monoCount, [&](float* out, std::size_t from, std::size_t count) {
         detail::writeMono(*layout, from, count, out);
@@ -249,7 +252,12 @@ AudioAnalyzer::Result AudioAnalyzer::process(const ExtractedAudio& audio, double
     if (audio.samples.empty()) return {};
     if (!updateLevelAndWatchSilence(audio.rms, now)) return {Outcome::silenceFailure, {}};
     state_->append(audio.samples.size(), [&](float* out, std::size_t from, std::size_t count) {
-        if (count > 0) std::memcpy(out, audio.samples.data() + from, count * sizeof(float));
+        for (std::size_t i = 0; i < count; ++i) {
+            const float sample = audio.samples[from + i];
+            const bool finite = std::isfinite(sample);
+            if (!finite) ++state_->nonFiniteSamples;
+            out[i] = finite ? sample : 0.0f;
+        }
     });
     return throttleAndPublish(now);
 }
@@ -320,8 +328,24 @@ AudioVisualizationFrame AudioAnalyzer::publishFrame(double now) {
         s.smoothedSpectrum[i] += (spectrum[i] - s.smoothedSpectrum[i]) * coefficient;
     }
 
+    discardNonFiniteState();
     const double motionRate = 0.62 + 1.12 * s.tempoFactor + 0.62 * s.smoothedActivity + 0.28 * s.beatPulse;
     return {s.smoothedLevel, motionRate, s.beatPulse, {s.smoothedSpectrum.begin(), s.smoothedSpectrum.end()}};
+}
+
+void AudioAnalyzer::discardNonFiniteState() {
+    State& s = *state_;
+    const auto finiteOr = [](double& value, double initial) {
+        if (!std::isfinite(value)) value = initial;
+    };
+    finiteOr(s.smoothedLevel, 0);
+    finiteOr(s.smoothedActivity, 0);
+    finiteOr(s.fluxBaseline, initialFluxBaseline);
+    finiteOr(s.beatPulse, 0);
+    finiteOr(s.tempoFactor, initialTempoFactor);
+    finiteOr(s.previousPublishedLevel, 0);
+    for (double& band : s.smoothedSpectrum) finiteOr(band, 0);
+    for (double& band : s.previousSpectrum) finiteOr(band, 0);
 }
 
 double AudioAnalyzer::smoothedLevel() const { return state_->smoothedLevel; }
@@ -329,6 +353,7 @@ double AudioAnalyzer::tempoFactor() const { return state_->tempoFactor; }
 double AudioAnalyzer::beatPulse() const { return state_->beatPulse; }
 double AudioAnalyzer::lastBeatTime() const { return state_->lastBeatTime; }
 double AudioAnalyzer::lastLevelTarget() const { return state_->lastLevelTarget; }
+std::size_t AudioAnalyzer::nonFiniteSampleCount() const { return state_->nonFiniteSamples; }
 
 AudioAnalyzer::Snapshot AudioAnalyzer::snapshot() const {
     const State& s = *state_;

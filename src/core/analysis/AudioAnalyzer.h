@@ -64,6 +64,9 @@ public:
     // The level target of the last buffer that reached the level step.
     double lastLevelTarget() const;
 
+    // NaN and infinite samples read as silence since construction.
+    std::size_t nonFiniteSampleCount() const;
+
     // Everything the analysis remembers between buffers.
     struct Snapshot {
         double smoothedLevel = 0;
@@ -102,6 +105,9 @@ private:
     bool updateLevelAndWatchSilence(double rms, double now);
     // The publish throttle and, when it allows, the publish step.
     Result throttleAndPublish(double now);
+    // Puts any state value that is no longer finite back to its initial value, so one bad value
+    // cannot stay in the smoothing for the rest of the run.
+    void discardNonFiniteState();
 };
 
 template <>

@@ -1,7 +1,9 @@
 #include "core/analysis/SampleBlock.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <limits>
 
 #include "core/analysis/SampleExtraction.h"
 
@@ -16,6 +18,24 @@ inline float loadFloat(const std::byte* data, std::size_t index) {
     float value;
     std::memcpy(&value, data + index * floatBytes, floatBytes);  // buffers need not be float-aligned
     return value;
+}
+
+// A non-finite sample is silence to the analysis.
+inline float finiteOrZero(float value) { return std::isfinite(value) ? value : 0.0f; }
+
+// The careful pass for a block whose fast sum came out non-finite: NaN and infinite samples count
+// as 0, and the squares are summed in double so huge finite samples cannot overflow.
+double finiteSumOfSquares(const std::byte* data, std::size_t count, std::size_t& nonFinite) {
+    double total = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        const float v = loadFloat(data, i);
+        if (!std::isfinite(v)) {
+            ++nonFinite;
+            continue;
+        }
+        total += static_cast<double>(v) * v;
+    }
+    return total;
 }
 
 }  // namespace
@@ -56,6 +76,21 @@ std::optional<BlockLayout> inspectBlock(const SampleBlock& block) {
         const std::size_t n = buffer.size() / floatBytes;
         total += sumOfSquares(buffer.data(), n);
         count += n;
+    }
+    if (!std::isfinite(total)) {
+        // NaN, an infinity or samples so large that their squares overflow: take the careful pass.
+        layout.scrub = true;
+        double careful = 0;
+        for (const auto& buffer : block.buffers) {
+            if (buffer.data() == nullptr || buffer.size() < floatBytes) continue;
+            careful += finiteSumOfSquares(buffer.data(), buffer.size() / floatBytes, layout.nonFiniteSamples);
+        }
+        total = static_cast<float>(std::min(careful, static_cast<double>(std::numeric_limits<float>::max())));
+    }
+    for (std::size_t index = 0; index < block.buffers.size(); ++index) {
+        const auto& buffer = block.buffers[index];
+        if (buffer.data() == nullptr || buffer.size() < floatBytes) continue;
+        const std::size_t n = buffer.size() / floatBytes;
         if (index == 0) {
             layout.first = buffer.data();
             layout.firstFloats = n;
@@ -69,7 +104,10 @@ std::optional<BlockLayout> inspectBlock(const SampleBlock& block) {
     return layout;
 }
 
-void writeMono(const BlockLayout& layout, std::size_t from, std::size_t count, float* out) {
+namespace {
+
+// Without the scrub flag every sample is finite and below 2^64 in size, so no sum here can overflow.
+void writeMonoFast(const BlockLayout& layout, std::size_t from, std::size_t count, float* out) {
     const std::byte* data = layout.first;
     if (layout.monoOrPlanar) {
         std::memcpy(out, data + from * floatBytes, count * floatBytes);
@@ -106,6 +144,33 @@ void writeMono(const BlockLayout& layout, std::size_t from, std::size_t count, f
     }
 }
 
+// writeMono() for a block that held non-finite or huge samples: each sample on its own.
+void writeMonoScrubbed(const BlockLayout& layout, std::size_t from, std::size_t count, float* out) {
+    const std::byte* data = layout.first;
+    if (layout.monoOrPlanar) {
+        for (std::size_t i = 0; i < count; ++i) out[i] = finiteOrZero(loadFloat(data, from + i));
+        return;
+    }
+    const std::size_t channels = layout.channels;
+    const double divisor = static_cast<double>(channels);
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::size_t at = (from + i) * channels;
+        double sum = 0;
+        for (std::size_t c = 0; c < channels; ++c) sum += finiteOrZero(loadFloat(data, at + c));
+        out[i] = finiteOrZero(static_cast<float>(sum / divisor));
+    }
+}
+
+}  // namespace
+
+void writeMono(const BlockLayout& layout, std::size_t from, std::size_t count, float* out) {
+    if (layout.scrub) {
+        writeMonoScrubbed(layout, from, count, out);
+        return;
+    }
+    writeMonoFast(layout, from, count, out);
+}
+
 }  // namespace detail
 
 std::optional<ExtractedAudio> audioData(const SampleBlock& block) {
@@ -113,6 +178,7 @@ std::optional<ExtractedAudio> audioData(const SampleBlock& block) {
     if (!layout) return std::nullopt;
     ExtractedAudio audio;
     audio.rms = layout->rms;
+    audio.nonFiniteSamples = layout->nonFiniteSamples;
     audio.samples.resize(layout->monoCount);
     detail::writeMono(*layout, 0, layout->monoCount, audio.samples.data());
     return audio;

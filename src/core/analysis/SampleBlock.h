@@ -21,9 +21,12 @@ struct SampleBlock {
 struct ExtractedAudio {
     double rms = 0;              // over all channels of all buffers, computed in single precision
     std::vector<float> samples;  // mono
+    // NaN and infinite samples met in the block; they were read as silence (0).
+    std::size_t nonFiniteSamples = 0;
 };
 
-// Nothing for unsupported formats (only 32-bit float is accepted) and for empty blocks.
+// Nothing for unsupported formats (only 32-bit float is accepted) and for empty blocks. NaN and
+// infinite samples count as silence, so the RMS and the samples are always finite.
 std::optional<ExtractedAudio> audioData(const SampleBlock& block);
 
 }  // namespace lorvane

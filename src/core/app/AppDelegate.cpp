@@ -1,7 +1,10 @@
 #include "core/app/AppDelegate.h"
 
 #include <cstdlib>
+#include <string_view>
 #include <utility>
+
+#include "core/Logging.h"
 
 namespace lorvane {
 
@@ -31,7 +34,7 @@ AppDelegate::AppDelegate(AppEnvironment environment)
 
 AppDelegate::~AppDelegate() = default;
 
-double AppDelegate::now() const { return environment_.dates ? environment_.dates->now() : 0.0; }
+double AppDelegate::now() const { return environment_.steadyClock ? environment_.steadyClock->now() : 0.0; }
 
 // MARK: Lifecycle
 
@@ -351,7 +354,7 @@ void AppDelegate::startAudioLevelMonitorIfNeeded() {
     FrameCallback frameCallback = weakly(
         this, alive, [run](AppDelegate& self, const AudioVisualizationFrame& frame) { self.frameDidChange(run, frame); });
     FailureCallback failureCallback = weakly(
-        this, alive, [run](AppDelegate& self, AudioCaptureFailure failure) { self.captureDidFail(run, failure); });
+        this, alive, [run](AppDelegate& self, AudioCaptureFailureReport failure) { self.captureDidFail(run, failure); });
     audioLevelMonitor_ =
         environment_.factories.makeAudioLevelMonitor(std::move(frameCallback), std::move(failureCallback));
     if (!audioLevelMonitor_) return;
@@ -382,13 +385,58 @@ void AppDelegate::frameDidChange(std::uint64_t run, const AudioVisualizationFram
     refreshMenuState();
 }
 
-void AppDelegate::captureDidFail(std::uint64_t run, AudioCaptureFailure failure) {
+void AppDelegate::captureDidFail(std::uint64_t run, AudioCaptureFailureReport failure) {
     if (run != audioCaptureRun_ || !audioLevelMonitor_) return;
     // Only the reference is dropped: the run has already ended itself.
     dropAudioLevelMonitor();
-    audioCaptureRetryAfter_ =
-        now() + (failure == AudioCaptureFailure::permissionRequired ? permissionRetryDelay : failureRetryDelay);
+    const double delay =
+        failure.failure == AudioCaptureFailure::permissionRequired ? permissionRetryDelay : failureRetryDelay;
+    const std::string_view words = audioCaptureReasonText(failure.reason);
+    const QString reason = QString::fromUtf8(words.data(), static_cast<qsizetype>(words.size()));
+    if (failure.failure == AudioCaptureFailure::silentOrProtectedAudio) {
+        // Quiet music is no fault; the status already says what happened.
+        qCInfo(lcCapture).noquote() << "Audio capture paused:" << reason << "- trying again in" << delay << "s";
+    } else {
+        qCWarning(lcCapture).noquote() << "Audio capture failed:" << reason << "- trying again in" << delay
+                                       << "s, or as soon as the sound server is back";
+    }
+    audioCaptureRetryAfter_ = now() + delay;
+    scheduleBackOffEnd(delay);
     visualizerModel_.useFallbackAudio(failure);
+    refreshMenuState();
+}
+
+bool AppDelegate::captureWanted() const {
+    return currentPlaybackState() == MusicPlaybackState::playing && preferences_.audioResponsive() &&
+           preferences_.overlayEnabled() && preferences_.autoShow();
+}
+
+void AppDelegate::scheduleBackOffEnd(double seconds) {
+    const std::uint64_t backOff = ++audioCaptureBackOff_;
+    if (!environment_.mainQueue) return;
+    environment_.mainQueue->postAfter(
+        seconds, weakly(this, lifetime_.weak(), [backOff](AppDelegate& self) { self.backOffDidEnd(backOff); }));
+}
+
+void AppDelegate::backOffDidEnd(std::uint64_t backOff) {
+    // The timer is the authority: it runs on the queue's monotonic time, so whatever any clock reads
+    // now, this back-off is over.
+    if (backOff != audioCaptureBackOff_ || !audioCaptureRetryAfter_) return;
+    audioCaptureRetryAfter_.reset();
+    if (!captureWanted()) return;
+    qCDebug(lcCapture) << "Capture back-off over: trying again";
+    startAudioLevelMonitorIfNeeded();
+    refreshMenuState();
+}
+
+void AppDelegate::soundServerDidAppear() {
+    // Only a capture that is backing off waits for the server; a live or idle one has nothing to do.
+    if (!audioCaptureRetryAfter_ || audioLevelMonitor_) return;
+    audioCaptureRetryAfter_.reset();
+    ++audioCaptureBackOff_;
+    if (!captureWanted()) return;
+    qCInfo(lcCapture) << "The sound server is back: trying audio capture again";
+    startAudioLevelMonitorIfNeeded();
     refreshMenuState();
 }
 

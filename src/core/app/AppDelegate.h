@@ -22,8 +22,8 @@ namespace lorvane {
 struct AppEnvironment {
     std::shared_ptr<KeyValueStore> defaults;
     MainQueue* mainQueue = nullptr;
-    // Absolute dates for the capture back-off.
-    const Clock* dates = nullptr;
+    // Monotonic seconds for the capture back-off, so a change of the wall clock cannot move a retry.
+    const Clock* steadyClock = nullptr;
     LoginItemService* loginItem = nullptr;
     AlertPresenting* alerts = nullptr;
     AudioSettingsOpening* audioSettings = nullptr;
@@ -60,6 +60,8 @@ public:
     void setColor(WaveColor color);
     void setPlayer(MusicPlayer player, bool enabled);
     void retryAudioCapture();
+    // The sound server has (re)appeared: a capture that is backing off is retried at once.
+    void soundServerDidAppear();
     // Answers whether the login item is enabled afterwards.
     bool setLaunchAtLogin(bool enabled);
     void openSettingsWindow();
@@ -110,7 +112,12 @@ private:
     void stopBranch();
     void audioAndVisibilityStep(bool allOn);
     void frameDidChange(std::uint64_t run, const AudioVisualizationFrame& frame);
-    void captureDidFail(std::uint64_t run, AudioCaptureFailure failure);
+    void captureDidFail(std::uint64_t run, AudioCaptureFailureReport failure);
+    // The back-off's timer: capture is retried when it ends, not only at the next changed snapshot.
+    void scheduleBackOffEnd(double seconds);
+    void backOffDidEnd(std::uint64_t backOff);
+    // Playing, with audio response, the overlay and automatic showing on.
+    bool captureWanted() const;
     double now() const;
 
     AppEnvironment environment_;
@@ -125,6 +132,8 @@ private:
     std::unique_ptr<StatusMenuPresenting> statusMenu_;
     // Numbers each capture attempt, so a dropped monitor can no longer reach the controller.
     std::uint64_t audioCaptureRun_ = 0;
+    // Numbers each back-off, so the timer of an earlier one does nothing.
+    std::uint64_t audioCaptureBackOff_ = 0;
     // Last, so it dies first: callbacks see the controller gone while its parts are torn down.
     LifetimeToken lifetime_;
 };

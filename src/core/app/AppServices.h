@@ -83,7 +83,7 @@ public:
 using EnabledPlayersSupplier = std::function<MusicPlayerSet()>;
 using SnapshotCallback = std::function<void(const MusicPlaybackSnapshot&)>;
 using FrameCallback = std::function<void(const AudioVisualizationFrame&)>;
-using FailureCallback = std::function<void(AudioCaptureFailure)>;
+using FailureCallback = std::function<void(AudioCaptureFailureReport)>;
 using MenuCommandHandler = std::function<void(MenuCommand, const std::optional<std::string>& representedObject)>;
 
 // Makers of the long-lived parts; the controller calls each at most once, except the audio level

@@ -15,8 +15,9 @@ public:
         // One call per block, always on the source's single capture thread, one at a time. The block's
         // bytes are only valid during the call.
         std::function<void(const SampleBlock&)> blockDidArrive;
-        // The run could not start or ended by itself: permissionRequired or unavailable. Any thread.
-        std::function<void(AudioCaptureFailure)> didFail;
+        // The run could not start or ended by itself: permissionRequired or unavailable, with the
+        // reason in plain words. Any thread.
+        std::function<void(AudioCaptureFailureReport)> didFail;
     };
 
     // Destroying a source ends any run and waits for its thread: no handler runs afterwards.

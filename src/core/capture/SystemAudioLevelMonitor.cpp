@@ -1,9 +1,11 @@
 #include "core/capture/SystemAudioLevelMonitor.h"
 
+#include "core/Logging.h"
+
 namespace lorvane {
 
 SystemAudioLevelMonitor::SystemAudioLevelMonitor(std::function<void(const AudioVisualizationFrame&)> frameDidChange,
-                                                 std::function<void(AudioCaptureFailure)> captureDidFail,
+                                                 std::function<void(AudioCaptureFailureReport)> captureDidFail,
                                                  std::unique_ptr<CaptureSource> source, MainQueue& mainQueue,
                                                  const Clock& clock)
     : frameDidChange_(std::move(frameDidChange)),
@@ -26,13 +28,14 @@ void SystemAudioLevelMonitor::start() {
         // The silence watch counts from here.
         std::lock_guard lock(analysisMutex_);
         analyzer_.beginRun(clock_.now());
+        nonFiniteWarned_ = false;
     }
     if (!source_->accessGranted()) {
-        reportFailure(AudioCaptureFailure::permissionRequired);
+        reportFailure({AudioCaptureFailure::permissionRequired, AudioCaptureReason::notAllowed});
         return;
     }
     source_->start({[this](const SampleBlock& block) { handleBlock(block); },
-                    [this](AudioCaptureFailure failure) { reportFailure(failure); }});
+                    [this](AudioCaptureFailureReport failure) { reportFailure(failure); }});
 }
 
 void SystemAudioLevelMonitor::stop() {
@@ -46,9 +49,18 @@ void SystemAudioLevelMonitor::stop() {
 void SystemAudioLevelMonitor::handleBlock(const SampleBlock& block) {
     if (!captureRequested_.load()) return;
     AudioAnalyzer::Result result;
+    bool firstNonFinite = false;
     {
         std::lock_guard lock(analysisMutex_);
+        const std::size_t before = analyzer_.nonFiniteSampleCount();
         result = analyzer_.process(block, clock_.now());
+        if (!nonFiniteWarned_ && analyzer_.nonFiniteSampleCount() > before) {
+            nonFiniteWarned_ = true;
+            firstNonFinite = true;
+        }
+    }
+    if (firstNonFinite) {
+        qCWarning(lcCapture) << "The recorded audio holds NaN or infinite samples; they are read as silence";
     }
     switch (result.outcome) {
         case AudioAnalyzer::Outcome::nothing:
@@ -64,7 +76,7 @@ void SystemAudioLevelMonitor::handleBlock(const SampleBlock& block) {
     }
 }
 
-void SystemAudioLevelMonitor::reportFailure(AudioCaptureFailure failure) {
+void SystemAudioLevelMonitor::reportFailure(AudioCaptureFailureReport failure) {
     // Check and clear in one step: of two failures racing from different threads only one gets through.
     if (!captureRequested_.exchange(false)) return;
     source_->stop();
@@ -76,6 +88,11 @@ void SystemAudioLevelMonitor::reportFailure(AudioCaptureFailure failure) {
 double SystemAudioLevelMonitor::tempoFactor() const {
     std::lock_guard lock(analysisMutex_);
     return analyzer_.tempoFactor();
+}
+
+std::size_t SystemAudioLevelMonitor::nonFiniteSampleCount() const {
+    std::lock_guard lock(analysisMutex_);
+    return analyzer_.nonFiniteSampleCount();
 }
 
 double SystemAudioLevelMonitor::smoothedLevel() const {

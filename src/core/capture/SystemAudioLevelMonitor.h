@@ -22,7 +22,7 @@ namespace lorvane {
 class SystemAudioLevelMonitor final : public AudioLevelMonitoring {
 public:
     SystemAudioLevelMonitor(std::function<void(const AudioVisualizationFrame&)> frameDidChange,
-                            std::function<void(AudioCaptureFailure)> captureDidFail,
+                            std::function<void(AudioCaptureFailureReport)> captureDidFail,
                             std::unique_ptr<CaptureSource> source, MainQueue& mainQueue, const Clock& clock);
     // Ends any run through the source's destructor; nothing is called afterwards.
     ~SystemAudioLevelMonitor() override;
@@ -39,13 +39,15 @@ public:
     // For tests and tools; safe from the main thread.
     double tempoFactor() const;
     double smoothedLevel() const;
+    // NaN and infinite samples read as silence since construction.
+    std::size_t nonFiniteSampleCount() const;
 
 private:
     void handleBlock(const SampleBlock& block);      // capture thread
-    void reportFailure(AudioCaptureFailure failure);  // any thread; the single exit for failures
+    void reportFailure(AudioCaptureFailureReport failure);  // any thread; the single exit for failures
 
     std::function<void(const AudioVisualizationFrame&)> frameDidChange_;
-    std::function<void(AudioCaptureFailure)> captureDidFail_;
+    std::function<void(AudioCaptureFailureReport)> captureDidFail_;
     MainQueue& mainQueue_;
     const Clock& clock_;
     std::atomic<bool> captureRequested_{false};
@@ -53,6 +55,7 @@ private:
     // The mutex makes those rare crossings safe; it is never contended while blocks flow.
     mutable std::mutex analysisMutex_;
     AudioAnalyzer analyzer_;
+    bool nonFiniteWarned_ = false;  // capture thread: said once per run, never per block
     LifetimeToken lifetime_;
     std::unique_ptr<CaptureSource> source_;  // last: destroyed first, so its thread ends before the rest
 };

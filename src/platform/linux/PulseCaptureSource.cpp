@@ -30,6 +30,15 @@ void release(pa_context* context, pa_stream* stream) {
     }
 }
 
+AudioCaptureFailureReport unavailable(AudioCaptureReason reason) { return {AudioCaptureFailure::unavailable, reason}; }
+
+// A connection that ended: refused by the server, never reached, or lost after it was accepted.
+AudioCaptureFailureReport connectionFailure(bool refused, bool wasAccepted) {
+    if (refused) return {AudioCaptureFailure::permissionRequired, AudioCaptureReason::refused};
+    return {AudioCaptureFailure::unavailable,
+            wasAccepted ? AudioCaptureReason::serverStopped : AudioCaptureReason::noSoundServer};
+}
+
 }  // namespace
 
 bool sandboxHidesSoundServer(const std::filesystem::path& root, const char* pulseServer, const char* runtimeDirectory) {
@@ -62,7 +71,7 @@ bool PulseCaptureSource::accessGranted() {
 void PulseCaptureSource::start(Handlers handlers) {
     if (!loopRunning_) {
         // Without its thread this source can do nothing; say so the way every other failure is said.
-        if (handlers.didFail) handlers.didFail(AudioCaptureFailure::unavailable);
+        if (handlers.didFail) handlers.didFail(unavailable(AudioCaptureReason::cannotStart));
         return;
     }
     pa_threaded_mainloop_lock(loop_);
@@ -104,14 +113,14 @@ void PulseCaptureSource::onBegin(pa_mainloop_api* api, void* opaque) {
     pa_context* context = pa_context_new_with_proplist(api, applicationName, properties);
     pa_proplist_free(properties);
     if (!context) {
-        self->failRun(AudioCaptureFailure::unavailable);
+        self->failRun(unavailable(AudioCaptureReason::cannotStart));
         return;
     }
     self->context_ = context;
     pa_context_set_state_callback(context, &PulseCaptureSource::onContextState, self);
     if (pa_context_connect(context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0 && self->context_ == context) {
         const bool refused = pa_context_errno(context) == PA_ERR_ACCESS;
-        self->failRun(refused ? AudioCaptureFailure::permissionRequired : AudioCaptureFailure::unavailable);
+        self->failRun(connectionFailure(refused, false));
     }
 }
 
@@ -134,7 +143,7 @@ void PulseCaptureSource::onContextState(pa_context* context, void* opaque) {
             // Only the server's answer to our credentials means "not allowed"; losing an accepted
             // connection later is just the server going away.
             const bool refused = !self->reachedReady_ && pa_context_errno(context) == PA_ERR_ACCESS;
-            self->failRun(refused ? AudioCaptureFailure::permissionRequired : AudioCaptureFailure::unavailable);
+            self->failRun(connectionFailure(refused, self->reachedReady_));
             break;
         }
         default:
@@ -153,7 +162,7 @@ void PulseCaptureSource::followDefaultSink() {
     if (operation) {
         pa_operation_unref(operation);
     } else if (!stream_) {
-        failRun(AudioCaptureFailure::unavailable);
+        failRun(lostOrFailed());
     }
 }
 
@@ -163,7 +172,7 @@ void PulseCaptureSource::onServerInfo(pa_context* context, const pa_server_info*
     if (!info || !info->default_sink_name || !*info->default_sink_name) {
         // Without a default sink there is nothing to record; a running stream is left to the server,
         // which moves it when its sink goes away.
-        if (!self->stream_) self->failRun(AudioCaptureFailure::unavailable);
+        if (!self->stream_) self->failRun(unavailable(AudioCaptureReason::noOutputDevice));
         return;
     }
     if (self->stream_ && self->defaultSink_ == info->default_sink_name) return;
@@ -173,7 +182,7 @@ void PulseCaptureSource::onServerInfo(pa_context* context, const pa_server_info*
     if (operation) {
         pa_operation_unref(operation);
     } else if (!self->stream_) {
-        self->failRun(AudioCaptureFailure::unavailable);
+        self->failRun(self->lostOrFailed());
     }
 }
 
@@ -181,7 +190,7 @@ void PulseCaptureSource::onSinkInfo(pa_context* context, const pa_sink_info* inf
     auto* self = static_cast<PulseCaptureSource*>(opaque);
     if (context != self->context_ || !self->running_ || eol > 0) return;
     if (eol < 0 || !info || !info->monitor_source_name || !*info->monitor_source_name) {
-        if (!self->stream_) self->failRun(AudioCaptureFailure::unavailable);
+        if (!self->stream_) self->failRun(unavailable(AudioCaptureReason::noOutputDevice));
         return;
     }
     // An answer overtaken by another change of the default sink is dropped; the newer one follows.
@@ -227,7 +236,7 @@ void PulseCaptureSource::openStream(const std::string& monitorSource) {
     stream_ = pa_stream_new_with_proplist(context_, "System audio level", &spec, &map, properties);
     pa_proplist_free(properties);
     if (!stream_) {
-        failRun(AudioCaptureFailure::unavailable);
+        failRun(unavailable(AudioCaptureReason::recordingFailed));
         return;
     }
     streamReady_ = false;
@@ -245,7 +254,7 @@ void PulseCaptureSource::openStream(const std::string& monitorSource) {
     attributes.fragsize = static_cast<std::uint32_t>(pa_usec_to_bytes(
         static_cast<pa_usec_t>(fragmentSeconds_ * PA_USEC_PER_SEC), &spec));
     if (pa_stream_connect_record(stream_, monitorSource.c_str(), &attributes, PA_STREAM_ADJUST_LATENCY) < 0) {
-        failRun(AudioCaptureFailure::unavailable);
+        failRun(lostOrFailed());
     }
 }
 
@@ -259,7 +268,7 @@ void PulseCaptureSource::onStreamState(pa_stream* stream, void* opaque) {
             break;
         case PA_STREAM_FAILED:
         case PA_STREAM_TERMINATED:
-            self->failRun(AudioCaptureFailure::unavailable);
+            self->failRun(self->lostOrFailed());
             break;
         default:
             break;
@@ -282,7 +291,7 @@ void PulseCaptureSource::onRead(pa_stream* stream, std::size_t, void* opaque) {
         const void* data = nullptr;
         std::size_t bytes = 0;
         if (pa_stream_peek(stream, &data, &bytes) < 0) {
-            self->failRun(AudioCaptureFailure::unavailable);
+            self->failRun(self->lostOrFailed());
             return;
         }
         if (bytes == 0) return;
@@ -301,7 +310,15 @@ void PulseCaptureSource::onRead(pa_stream* stream, std::size_t, void* opaque) {
     }
 }
 
-void PulseCaptureSource::failRun(AudioCaptureFailure failure) {
+AudioCaptureFailureReport PulseCaptureSource::lostOrFailed() const {
+    // A stream or request fails with the connection when the server goes away; otherwise the server
+    // turned the recording down by itself.
+    const bool connectionUp = context_ && pa_context_get_state(context_) == PA_CONTEXT_READY;
+    return {AudioCaptureFailure::unavailable,
+            connectionUp ? AudioCaptureReason::recordingFailed : AudioCaptureReason::serverStopped};
+}
+
+void PulseCaptureSource::failRun(AudioCaptureFailureReport failure) {
     auto didFail = handlers_.didFail;
     endRun();
     if (didFail) didFail(failure);
@@ -353,7 +370,7 @@ void PulseCaptureSource::bury() {
 
 std::unique_ptr<SystemAudioLevelMonitor> makePulseAudioLevelMonitor(
     std::function<void(const AudioVisualizationFrame&)> frameDidChange,
-    std::function<void(AudioCaptureFailure)> captureDidFail, MainQueue& mainQueue, const Clock& clock,
+    std::function<void(AudioCaptureFailureReport)> captureDidFail, MainQueue& mainQueue, const Clock& clock,
     double fragmentSeconds) {
     return std::make_unique<SystemAudioLevelMonitor>(std::move(frameDidChange), std::move(captureDidFail),
                                                      std::make_unique<PulseCaptureSource>(fragmentSeconds),

@@ -73,7 +73,8 @@ private:
     // With the loop's lock held (or on the loop's thread):
     void openStream(const std::string& monitorSource);
     void followDefaultSink();
-    void failRun(AudioCaptureFailure failure);
+    void failRun(AudioCaptureFailureReport failure);
+    AudioCaptureFailureReport lostOrFailed() const;
     void endRun();
     void detachStream();
     void bury();
@@ -103,7 +104,7 @@ bool sandboxHidesSoundServer(const std::filesystem::path& root, const char* puls
 // The level monitor on the desktop's sound server.
 std::unique_ptr<SystemAudioLevelMonitor> makePulseAudioLevelMonitor(
     std::function<void(const AudioVisualizationFrame&)> frameDidChange,
-    std::function<void(AudioCaptureFailure)> captureDidFail, MainQueue& mainQueue, const Clock& clock,
+    std::function<void(AudioCaptureFailureReport)> captureDidFail, MainQueue& mainQueue, const Clock& clock,
     double fragmentSeconds = PulseCaptureSource::defaultFragmentSeconds);
 
 }  // namespace lorvane

@@ -3,6 +3,7 @@
 #include <pulse/pulseaudio.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace lorvane {
 namespace {
@@ -16,7 +17,8 @@ double normalisedVolume(const pa_cvolume& volume) {
 
 }  // namespace
 
-PulseOutputVolume::PulseOutputVolume(double reconnectSeconds) : reconnectSeconds_(reconnectSeconds) {
+PulseOutputVolume::PulseOutputVolume(double reconnectSeconds, std::function<void()> serverDidAppear)
+    : reconnectSeconds_(reconnectSeconds), serverDidAppear_(std::move(serverDidAppear)) {
     loop_ = pa_threaded_mainloop_new();
     if (!loop_) return;
     pa_threaded_mainloop_set_name(loop_, threadName);
@@ -156,8 +158,12 @@ void PulseOutputVolume::onSinkInfo(pa_context* context, const pa_sink_info* info
         return;
     }
     if (!info->name || self->defaultSink_ != info->name) return;  // overtaken by a newer default sink
+    // A server that answers with an output to record: after a (re)connection, or once a default sink
+    // shows up on a server that had none.
+    const bool appeared = self->defaultSinkIndex_ == PA_INVALID_INDEX;
     self->defaultSinkIndex_ = info->index;
     self->volume_.store(normalisedVolume(info->volume), std::memory_order_relaxed);
+    if (appeared && self->serverDidAppear_) self->serverDidAppear_();
 }
 
 }  // namespace lorvane

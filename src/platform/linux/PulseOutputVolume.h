@@ -3,12 +3,14 @@
 // subscribes to changes, so systemOutputVolume() answers at once from a cached value and never waits
 // for the server. The value is the average over channels divided by the normal volume, clamped to
 // 0...1; mute is not taken into account. Without a server, or when it goes away, the answer is 1.0 and
-// the connection is tried again quietly every few seconds.
+// the connection is tried again quietly every second. The same connection tells when the server
+// (re)appears, so a capture that failed for lack of a server can be retried at once.
 
 #include <atomic>
 #include <pulse/def.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "core/Monitoring.h"
@@ -27,7 +29,9 @@ class PulseOutputVolume final : public OutputVolume {
 public:
     static constexpr const char* threadName = "lorvane-volume";
 
-    explicit PulseOutputVolume(double reconnectSeconds = 2.0);
+    // `serverDidAppear` is called on the connection's thread whenever the server is there with a default
+    // sink again: after each (re)connection, and when a default sink appears on a server without one.
+    explicit PulseOutputVolume(double reconnectSeconds = 1.0, std::function<void()> serverDidAppear = {});
     ~PulseOutputVolume() override;
     PulseOutputVolume(const PulseOutputVolume&) = delete;
     PulseOutputVolume& operator=(const PulseOutputVolume&) = delete;
@@ -52,6 +56,7 @@ private:
     void refresh();
 
     double reconnectSeconds_;
+    std::function<void()> serverDidAppear_;
     pa_threaded_mainloop* loop_ = nullptr;
     bool loopRunning_ = false;
     pa_context* context_ = nullptr;
