@@ -36,10 +36,12 @@ AppFactories DesktopApp::makeFactories() {
                                    VisualizerModel& model) -> std::unique_ptr<OverlayPresenting> {
         return std::make_unique<OverlayAdapter>(preferences, model, dates_);
     };
-    factories.makeSettingsWindow = [](OverlayPreferences& preferences, VisualizerModel& model, SettingsActions actions,
+    factories.makeSettingsWindow = [](OverlayPreferences& preferences, VisualizerModel& model,
+                                      PlaybackStatus& playbackStatus, SettingsActions actions,
                                       bool launchAtLoginEnabled) -> std::unique_ptr<SettingsWindowPresenting> {
         const QString version = QString::fromStdString(versionText(LORVANE_VERSION, LORVANE_BUILD));
-        return std::make_unique<SettingsWindow>(preferences, model, std::move(actions), launchAtLoginEnabled, version);
+        return std::make_unique<SettingsWindow>(preferences, model, playbackStatus, std::move(actions),
+                                                launchAtLoginEnabled, version);
     };
     factories.makeStatusMenu = [](MenuCommandHandler handler) -> std::unique_ptr<StatusMenuPresenting> {
         return std::make_unique<TrayMenu>(std::move(handler));

@@ -63,7 +63,7 @@ struct Settings {
         actions.retryAudioCapture = [this] { ++retries; };
         actions.openAudioCaptureSettings = [this] { ++permissionsOpened; };
         actions.setLaunchAtLogin = [](bool on) { return on; };
-        window = std::make_unique<SettingsWindow>(preferences, model, std::move(actions), false,
+        window = std::make_unique<SettingsWindow>(preferences, model, playback, std::move(actions), false,
                                                   QStringLiteral("Version 1.0 (Build 5)"));
         view()->preview()->setClock(clock);
         view()->preview()->setOpenGlAllowed(false);
@@ -100,6 +100,7 @@ struct Settings {
     std::shared_ptr<MemoryKeyValueStore> store;
     OverlayPreferences preferences;
     VisualizerModel model;
+    PlaybackStatus playback;
     ManualClock clock{8.0e8};
     int retries = 0;
     int permissionsOpened = 0;
@@ -581,6 +582,31 @@ TEST(SettingsUpdates, TheAudioRowIsRefreshedOnlyWhileTheWindowIsVisible) {
     EXPECT_EQ(status->text(), QString::fromUtf8("Live Audio and Rhythm \u00B7 25%"));
     s.show();
     EXPECT_EQ(status->text(), QString::fromUtf8("Live Audio and Rhythm \u00B7 59%"));
+}
+
+TEST(SettingsUpdates, AChangeTouchesOnlyTheWidgetsShowingIt) {
+    Settings s;
+    s.show();
+    auto counts = [&] {
+        std::vector<long long> all;
+        for (PreferenceKey key : allCases<PreferenceKey>()) all.push_back(s.view()->preferenceUpdates(key));
+        return all;
+    };
+    const std::vector<long long> before = counts();
+    s.preferences.setColor(WaveColor::mintGrape);
+    s.preferences.setColor(WaveColor::mintGrape);  // the same value again: nothing to show
+    std::vector<long long> after = counts();
+    for (PreferenceKey key : allCases<PreferenceKey>()) {
+        const long long expected = before[caseIndex(key)] + (key == PreferenceKey::color ? 1 : 0);
+        EXPECT_EQ(after[caseIndex(key)], expected) << rawValue(key);
+    }
+    EXPECT_TRUE(s.swatch(WaveColor::mintGrape)->isChecked());
+    // Live audio frames touch the audio row and no preference widget.
+    const long long rows = s.view()->audioRowRefreshes();
+    for (int i = 0; i < 5; ++i) s.model.updateLiveFrame({0.2 + i * 0.05, 1.0, 0.0, std::vector<double>(96, 0.2)});
+    EXPECT_EQ(counts(), after);
+    EXPECT_GE(s.view()->audioRowRefreshes(), rows + 5);
+    EXPECT_LE(s.view()->audioRowRefreshes(), rows + 10);
 }
 
 // MARK: Themes

@@ -20,6 +20,7 @@
 #include <QTimer>
 #include <QVBoxLayout>
 
+#include "core/app/SettingsTable.h"
 #include "ui/shell/ChoiceGroup.h"
 #include "ui/shell/SwatchButton.h"
 #include "ui/shell/SymbolIcon.h"
@@ -31,6 +32,15 @@ namespace lorvane {
 namespace {
 
 QString qText(std::string_view text) { return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())); }
+
+// The window's title of a setting, as the settings table gives it.
+QString settingTitle(SettingKey key) { return qText(setting(key).windowTitle); }
+
+QStringList optionTitles(SettingKey key) {
+    QStringList titles;
+    for (const SettingOption& option : setting(key).options) titles << qText(option.windowTitle);
+    return titles;
+}
 
 QFrame* divider(QWidget* parent) {
     auto* line = new QFrame(parent);
@@ -128,11 +138,13 @@ constexpr std::array<Symbol, 4> tabSymbols{Symbol::waveform, Symbol::musicNoteLi
 
 }  // namespace
 
-SettingsView::SettingsView(OverlayPreferences& preferences, VisualizerModel& visualizerModel, SettingsActions actions,
-                           bool launchAtLoginEnabled, QString versionText, QWidget* parent)
+SettingsView::SettingsView(OverlayPreferences& preferences, VisualizerModel& visualizerModel,
+                           PlaybackStatus& playbackStatus, SettingsActions actions, bool launchAtLoginEnabled,
+                           QString versionText, QWidget* parent)
     : QWidget(parent),
       preferences_(preferences),
       visualizerModel_(visualizerModel),
+      playbackStatus_(playbackStatus),
       actions_(std::move(actions)),
       launchAtLoginEnabled_(launchAtLoginEnabled),
       versionText_(std::move(versionText)),
@@ -151,15 +163,32 @@ SettingsView::SettingsView(OverlayPreferences& preferences, VisualizerModel& vis
     layout->addWidget(tabs_);
     applyIcons();
 
-    refreshPreferences();
-    refreshModel();
-    preferencesObserver_ = preferences_.objectWillChange.connect([this] { schedulePreferencesRefresh(); });
-    modelObserver_ = visualizerModel_.objectWillChange.connect([this] { scheduleModelRefresh(); });
+    for (PreferenceKey key : allCases<PreferenceKey>()) showPreference(key);
+    refreshAudioRow();
+    // Each announcement names what changed; only the widgets showing it are touched.
+    preferencesObserver_ = preferences_.changed.connect([this](PreferenceKey key) { showPreference(key); });
+    modelObserver_ = visualizerModel_.changed.connect([this](VisualizerModelKey key) {
+        switch (key) {
+            case VisualizerModelKey::captureStatus:
+                refreshRetry();
+                refreshAudioRow();
+                break;
+            case VisualizerModelKey::audioLevel:
+                refreshAudioRow();
+                break;
+            default:
+                break;  // the preview reads the rest on its own frames
+        }
+    });
+    playbackObserver_ = playbackStatus_.changed.connect([this](PlaybackStatusKey key) {
+        if (key == PlaybackStatusKey::state) refreshRetry();
+    });
 }
 
 SettingsView::~SettingsView() {
-    preferences_.objectWillChange.disconnect(preferencesObserver_);
-    visualizerModel_.objectWillChange.disconnect(modelObserver_);
+    preferences_.changed.disconnect(preferencesObserver_);
+    visualizerModel_.changed.disconnect(modelObserver_);
+    playbackStatus_.changed.disconnect(playbackObserver_);
 }
 
 SettingsTab SettingsView::selectedTab() const {
@@ -199,11 +228,11 @@ QWidget* SettingsView::makeDisplayTab() {
 
     auto* toggles = new QWidget;
     auto* toggleLayout = column(toggles);
-    showWaveform_ = toggle(QStringLiteral("Show Waveform"), QStringLiteral("Shows or hides the wave on the screen"),
+    showWaveform_ = toggle(settingTitle(SettingKey::overlayEnabled), QStringLiteral("Shows or hides the wave on the screen"),
                            toggles);
-    autoShow_ = toggle(QStringLiteral("Show Automatically with Music Players"),
+    autoShow_ = toggle(settingTitle(SettingKey::autoShow),
                        QStringLiteral("Shows the wave whenever a monitored player plays"), toggles);
-    avoidCovering_ = toggle(QStringLiteral("Keep on Desktop Layer (Behind Apps and Widgets)"),
+    avoidCovering_ = toggle(settingTitle(SettingKey::avoidsCoveringWindows),
                             QStringLiteral("Keeps the wave below other windows"), toggles);
     for (QCheckBox* box : {showWaveform_, autoShow_, avoidCovering_}) toggleLayout->addWidget(box);
     connect(showWaveform_, &QCheckBox::clicked, this, [this](bool on) {
@@ -219,15 +248,12 @@ QWidget* SettingsView::makeDisplayTab() {
     auto* appearance = new QWidget;
     auto* appearanceLayout = column(appearance);
     auto* pickers = new QHBoxLayout;
-    displayMode_ = new ChoiceGroup(QStringLiteral("Display Mode"),
-                                   {qText(title(OverlayDisplayMode::compact)),
-                                    qText(title(OverlayDisplayMode::fullscreenFog))},
+    displayMode_ = new ChoiceGroup(settingTitle(SettingKey::displayMode), optionTitles(SettingKey::displayMode),
                                    QStringLiteral("How the wave is shown"),
                                    {QStringLiteral("A band of bars at the chosen position"),
                                     QStringLiteral("The whole screen over a frosted background")},
                                    appearance);
-    position_ = new ChoiceGroup(QStringLiteral("Position"),
-                                {QStringLiteral("Top"), QStringLiteral("Center"), QStringLiteral("Bottom")},
+    position_ = new ChoiceGroup(settingTitle(SettingKey::position), optionTitles(SettingKey::position),
                                 QStringLiteral("Where the band sits on the screen (Standard Waveform only)"), {},
                                 appearance);
     pickers->addWidget(displayMode_);
@@ -320,12 +346,12 @@ QWidget* SettingsView::makePlayersTab() {
     // Players beyond the four above get their own section here.
     auto* others = new QWidget;
     otherPlayersSlot_ = column(others);
-    return scrollingPage({section(QStringLiteral("Monitored Players"), list), others});
+    return scrollingPage({section(settingTitle(SettingKey::enabledPlayers), list), others});
 }
 
 QWidget* SettingsView::makeAudioTab() {
     auto* response = new QWidget;
-    audioResponsive_ = toggle(QStringLiteral("React to Volume and Rhythm"),
+    audioResponsive_ = toggle(settingTitle(SettingKey::audioResponsive),
                               QStringLiteral("Drives the wave from the sound being played"), response);
     column(response)->addWidget(audioResponsive_);
     connect(audioResponsive_, &QCheckBox::clicked, this, [this](bool on) {
@@ -347,8 +373,8 @@ QWidget* SettingsView::makeAudioTab() {
     captureFailure_ = noticeLine(detection, QStringLiteral("Capture Failure Reason"));
     detectionLayout->addWidget(captureFailure_);
     auto* buttons = new QHBoxLayout;
-    retry_ = button(QStringLiteral("Retry"), QStringLiteral("Tries system-audio capture again now"), detection);
-    permissions_ = button(QStringLiteral("System Permissions"),
+    retry_ = button(settingTitle(SettingKey::retryAudioCapture), QStringLiteral("Tries system-audio capture again now"), detection);
+    permissions_ = button(settingTitle(SettingKey::openAudioCaptureSettings),
                           QStringLiteral("Opens the system's sound settings"), detection);
     buttons->addWidget(retry_);
     buttons->addWidget(permissions_);
@@ -368,7 +394,7 @@ QWidget* SettingsView::makeAudioTab() {
 QWidget* SettingsView::makeGeneralTab() {
     auto* startup = new QWidget;
     auto* startupLayout = column(startup);
-    launchAtLogin_ = toggle(QStringLiteral("Launch Lorvane at Login"),
+    launchAtLogin_ = toggle(settingTitle(SettingKey::launchAtLogin),
                             QStringLiteral("Starts Lorvane when you log in"), startup);
     launchAtLogin_->setChecked(launchAtLoginEnabled_);
     startupLayout->addWidget(launchAtLogin_);
@@ -509,44 +535,59 @@ void SettingsView::changeEvent(QEvent* event) {
 void SettingsView::showEvent(QShowEvent* event) {
     QWidget::showEvent(event);
     // The audio row is left alone while the window is hidden; catch up now.
-    refreshModel();
+    refreshAudioRow();
 }
 
 // MARK: Refresh
 
-void SettingsView::schedulePreferencesRefresh() {
-    if (preferencesRefreshPending_) return;
-    preferencesRefreshPending_ = true;
-    QTimer::singleShot(0, this, [this] { refreshPreferences(); });
-}
-
-void SettingsView::scheduleModelRefresh() {
-    if (modelRefreshPending_) return;
-    modelRefreshPending_ = true;
-    QTimer::singleShot(0, this, [this] { refreshModel(); });
-}
-
-void SettingsView::refreshPreferences() {
-    preferencesRefreshPending_ = false;
-    showWaveform_->setChecked(preferences_.overlayEnabled());
-    autoShow_->setChecked(preferences_.autoShow());
-    avoidCovering_->setChecked(preferences_.avoidsCoveringWindows());
-    displayMode_->setCurrentIndex(static_cast<int>(caseIndex(preferences_.displayMode())));
-    // The stored position stays visible while the picker is disabled.
-    position_->setCurrentIndex(static_cast<int>(caseIndex(preferences_.position())));
-    position_->setEnabled(preferences_.displayMode() == OverlayDisplayMode::compact);
-    if (SwatchButton* chosen = swatches_.at(preferences_.color()); !chosen->isChecked()) chosen->setChecked(true);
-    for (MusicPlayer player : allCases<MusicPlayer>()) {
-        playerToggles_[caseIndex(player)]->setChecked(preferences_.enabledPlayers().contains(player));
+void SettingsView::showPreference(PreferenceKey key) {
+    switch (key) {
+        case PreferenceKey::overlayEnabled:
+            showWaveform_->setChecked(preferences_.overlayEnabled());
+            break;
+        case PreferenceKey::autoShow:
+            autoShow_->setChecked(preferences_.autoShow());
+            break;
+        case PreferenceKey::avoidsCoveringWindows:
+            avoidCovering_->setChecked(preferences_.avoidsCoveringWindows());
+            break;
+        case PreferenceKey::audioResponsive:
+            audioResponsive_->setChecked(preferences_.audioResponsive());
+            refreshRetry();
+            preview_->update();
+            break;
+        case PreferenceKey::displayMode:
+            displayMode_->setCurrentIndex(static_cast<int>(caseIndex(preferences_.displayMode())));
+            // The stored position stays visible while the choice is disabled.
+            position_->setEnabled(lorvane::isEnabled(SettingKey::position, settingContext()));
+            preview_->update();
+            break;
+        case PreferenceKey::position:
+            position_->setCurrentIndex(static_cast<int>(caseIndex(preferences_.position())));
+            break;
+        case PreferenceKey::color:
+            if (SwatchButton* chosen = swatches_.at(preferences_.color()); !chosen->isChecked()) chosen->setChecked(true);
+            // The new colour shows in the preview's next frame, drawn now.
+            preview_->update();
+            break;
+        case PreferenceKey::enabledPlayers:
+            for (MusicPlayer player : allCases<MusicPlayer>()) {
+                playerToggles_[caseIndex(player)]->setChecked(preferences_.enabledPlayers().contains(player));
+            }
+            break;
     }
-    audioResponsive_->setChecked(preferences_.audioResponsive());
-    retry_->setEnabled(preferences_.audioResponsive());
-    // A new colour, mode or response shows in the preview's next frame, drawn now.
-    preview_->update();
+    ++preferenceUpdates_[caseIndex(key)];
 }
 
-void SettingsView::refreshModel() {
-    modelRefreshPending_ = false;
+SettingContext SettingsView::settingContext() const {
+    return SettingContext::of(preferences_, playbackStatus_.state(), visualizerModel_.captureStatus());
+}
+
+// The same rule as the tray's item: retrying needs a playing player and audio response on.
+void SettingsView::refreshRetry() { retry_->setEnabled(lorvane::isEnabled(SettingKey::retryAudioCapture, settingContext())); }
+
+void SettingsView::refreshAudioRow() {
+    // Hidden, the row is left alone; showing the window catches it up.
     if (!isVisible()) return;
     ++audioRowRefreshes_;
     const AudioCaptureStatus status = visualizerModel_.captureStatus();

@@ -10,7 +10,9 @@
 
 #include "core/OverlayPreferences.h"
 #include "core/VisualizerModel.h"
+#include "core/app/PlaybackStatus.h"
 #include "core/app/SettingsActions.h"
+#include "core/app/SettingsTable.h"
 #include "core/app/SettingsText.h"
 #include "ui/shell/SymbolIcon.h"
 
@@ -30,8 +32,9 @@ class WavePreview;
 class SettingsView final : public QWidget {
     Q_OBJECT
 public:
-    SettingsView(OverlayPreferences& preferences, VisualizerModel& visualizerModel, SettingsActions actions,
-                 bool launchAtLoginEnabled, QString versionText, QWidget* parent = nullptr);
+    SettingsView(OverlayPreferences& preferences, VisualizerModel& visualizerModel,
+                 PlaybackStatus& playbackStatus, SettingsActions actions, bool launchAtLoginEnabled,
+                 QString versionText, QWidget* parent = nullptr);
     ~SettingsView() override;
 
     static constexpr const char* homePage = "https://github.com/tarnhollow/lorvane";
@@ -52,6 +55,8 @@ public:
     Symbol shownStatusSymbol() const { return shownStatusSymbol_.value_or(Symbol::waveformCircle); }
     // Audio-row refreshes done so far (the row is refreshed only while the window is visible).
     long long audioRowRefreshes() const { return audioRowRefreshes_; }
+    // How often the widgets showing one preference were updated (each change touches only its own).
+    long long preferenceUpdates(PreferenceKey key) const { return preferenceUpdates_[caseIndex(key)]; }
 
     // What other parts of the program report, shown where the user looks for it. Empty text hides
     // the line.
@@ -80,13 +85,14 @@ private:
     void showLicense();
     void applyIcons();
 
-    void schedulePreferencesRefresh();
-    void scheduleModelRefresh();
-    void refreshPreferences();
-    void refreshModel();
+    void showPreference(PreferenceKey key);
+    void refreshRetry();
+    void refreshAudioRow();
+    SettingContext settingContext() const;
 
     OverlayPreferences& preferences_;
     VisualizerModel& visualizerModel_;
+    PlaybackStatus& playbackStatus_;
     SettingsActions actions_;
     bool launchAtLoginEnabled_;
     QString versionText_;
@@ -120,12 +126,10 @@ private:
     std::optional<Symbol> shownStatusSymbol_;
     long long audioRowRefreshes_ = 0;
 
-    // Observers are told before a change, so the view redraws on the next event-loop turn; many changes
-    // in one turn (five per audio frame) give one refresh.
-    bool preferencesRefreshPending_ = false;
-    bool modelRefreshPending_ = false;
-    Signal<>::Id preferencesObserver_ = 0;
-    Signal<>::Id modelObserver_ = 0;
+    std::array<long long, caseCount<PreferenceKey>()> preferenceUpdates_{};
+    Signal<PreferenceKey>::Id preferencesObserver_ = 0;
+    Signal<VisualizerModelKey>::Id modelObserver_ = 0;
+    Signal<PlaybackStatusKey>::Id playbackObserver_ = 0;
 };
 
 }  // namespace lorvane

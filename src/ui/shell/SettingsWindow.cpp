@@ -13,14 +13,15 @@
 namespace lorvane {
 
 SettingsWindow::SettingsWindow(OverlayPreferences& preferences, VisualizerModel& visualizerModel,
-                               SettingsActions actions, bool launchAtLoginEnabled, QString versionText)
+                               PlaybackStatus& playbackStatus, SettingsActions actions,
+                               bool launchAtLoginEnabled, QString versionText)
     : QWidget(nullptr, Qt::Window), preferences_(preferences) {
     setWindowTitle(QStringLiteral("Lorvane Settings"));
     setWindowIcon(applicationIcon());
     setObjectName(QStringLiteral("LorvaneSettings"));
     setAccessibleName(QStringLiteral("Lorvane Settings"));
     setAccessibleDescription(QStringLiteral("Every setting of Lorvane's wave"));
-    view_ = new SettingsView(preferences, visualizerModel, std::move(actions), launchAtLoginEnabled,
+    view_ = new SettingsView(preferences, visualizerModel, playbackStatus, std::move(actions), launchAtLoginEnabled,
                              std::move(versionText), this);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);

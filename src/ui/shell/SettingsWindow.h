@@ -17,8 +17,9 @@ public:
     static constexpr QSize defaultSize{620, 470};
     static constexpr QSize minimumWindowSize{560, 430};
 
-    SettingsWindow(OverlayPreferences& preferences, VisualizerModel& visualizerModel, SettingsActions actions,
-                   bool launchAtLoginEnabled, QString versionText);
+    SettingsWindow(OverlayPreferences& preferences, VisualizerModel& visualizerModel,
+                   PlaybackStatus& playbackStatus, SettingsActions actions, bool launchAtLoginEnabled,
+                   QString versionText);
 
     void present() override;
     SettingsView* view() const { return view_; }
