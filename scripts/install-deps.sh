@@ -5,17 +5,19 @@ set -euo pipefail
 
 build_packages=(
   cmake ninja-build g++ pkg-config
-  qt6-base-dev libqt6opengl6-dev qt6-qpa-plugins libgl-dev libegl-dev libgl1-mesa-dri
-  libpulse-dev libfftw3-dev libsndfile1-dev libxcb1-dev libxcb-shape0-dev libx11-xcb-dev
+  qt6-base-dev libqt6opengl6-dev qt6-qpa-plugins libqt6svg6 libgl-dev libegl-dev libgl1-mesa-dri
+  libpulse-dev libfftw3-dev libsndfile1-dev libsoxr-dev libxcb1-dev libxcb-shape0-dev libx11-xcb-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libwayland-dev wayland-protocols qt6-wayland qt6-base-private-dev
   dbus-x11 pulseaudio
 )
 # The desktop the tests run against: a virtual X server with a real window manager,
-# a private session bus, a private sound server and the real MPRIS client.
+# a private session bus, a private sound server and the real MPRIS client; sox for the resampling
+# comparison; the validators of the installed files; what builds and checks the .deb.
 test_packages=(
-  xvfb xauth openbox x11-utils xdotool dbus pulseaudio-utils playerctl
+  xvfb xauth openbox x11-utils xdotool dbus pulseaudio-utils playerctl sox
   x11-xserver-utils xcompmgr
+  desktop-file-utils appstream lintian man-db dpkg-dev file
   sway grim weston xwayland
 )
 

@@ -25,7 +25,7 @@ int main(int argc, char* argv[]) {
     QApplication::setApplicationName(QStringLiteral("Lorvane"));
     QApplication::setApplicationVersion(QStringLiteral(LORVANE_VERSION));
     // Ties the windows to the installed desktop entry (launcher, taskbar icon).
-    QGuiApplication::setDesktopFileName(QStringLiteral("lorvane"));
+    QGuiApplication::setDesktopFileName(QString::fromLatin1(lorvane::applicationId));
     QApplication::setWindowIcon(lorvane::applicationIcon());
     // Closing the settings window only hides it; the program lives on in the tray.
     QApplication::setQuitOnLastWindowClosed(false);

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <sndfile.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <QJsonArray>
@@ -12,9 +13,11 @@
 #include <QStringList>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <sstream>
 
 #include "AnalysisTestSupport.h"
+#include "FrameJsonWriter.h"
 
 extern char** environ;
 
@@ -57,6 +60,7 @@ bool writeAudio(const fs::path& path, int format, int sampleRate, int channels, 
 
 struct Run {
     int status = -1;
+    long peakKilobytes = 0;  // the tool's peak resident memory
     std::string out;
     std::string err;
     std::vector<std::string> errLines() const {
@@ -72,8 +76,7 @@ std::string slurp(const fs::path& path) {
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-Run runTool(const TempDir& dir, std::vector<std::string> args) {
-    args.insert(args.begin(), LORVANE_ANALYZE_TOOL);
+Run runProgram(const TempDir& dir, std::vector<std::string> args) {
     std::vector<char*> argv;
     for (auto& a : args) argv.push_back(a.data());
     argv.push_back(nullptr);
@@ -92,12 +95,19 @@ Run runTool(const TempDir& dir, std::vector<std::string> args) {
         return run;
     }
     int status = 0;
-    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    struct rusage usage {};
+    while (::wait4(pid, &status, 0, &usage) < 0 && errno == EINTR) {
     }
     run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    run.peakKilobytes = usage.ru_maxrss;
     run.out = slurp(outPath);
     run.err = slurp(errPath);
     return run;
+}
+
+Run runTool(const TempDir& dir, std::vector<std::string> args) {
+    args.insert(args.begin(), LORVANE_ANALYZE_TOOL);
+    return runProgram(dir, std::move(args));
 }
 
 std::vector<QJsonObject> jsonLines(const std::string& text) {
@@ -328,12 +338,145 @@ TEST(AnalyzeTool, AZeroLengthFileIsOneErrorLine) {
     expectOneErrorLine(runTool(dir, {(dir / "header.wav").string()}), 1, "no audio frames");
 }
 
-TEST(AnalyzeTool, AnotherSampleRateIsOneErrorLine) {
+TEST(AnalyzeTool, A44100HzRecordingMatchesTheSameMusicResampledBeforehand) {
     TempDir dir;
-    ASSERT_TRUE(writeAudio(dir / "cd.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 44100, 2, stereoMusic(0.5)));
-    const auto run = runTool(dir, {(dir / "cd.wav").string()});
-    expectOneErrorLine(run, 1, "44100 Hz");
-    EXPECT_NE(run.err.find("48000 Hz"), std::string::npos);
+    // The same samples declared at 44100 Hz: music at the CD rate.
+    ASSERT_TRUE(writeAudio(dir / "cd.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 44100, 2, stereoMusic(3.0)));
+    if (!fs::exists("/usr/bin/sox")) GTEST_SKIP() << "sox is missing (scripts/install-deps.sh test installs it)";
+    // sox's own resampler, at its default (high) quality, into 32-bit floats so nothing is dithered.
+    const auto sox = runProgram(dir, {"/usr/bin/sox", (dir / "cd.wav").string(), "-e", "floating-point", "-b", "32",
+                                      (dir / "resampled.wav").string(), "rate", "48000"});
+    ASSERT_EQ(sox.status, 0) << sox.err;
+
+    const auto direct = runTool(dir, {(dir / "cd.wav").string()});
+    const auto beforehand = runTool(dir, {(dir / "resampled.wav").string()});
+    ASSERT_EQ(direct.status, 0) << direct.err;
+    ASSERT_EQ(beforehand.status, 0) << beforehand.err;
+    EXPECT_TRUE(direct.err.empty()) << direct.err;
+    const auto lines = jsonLines(direct.out);
+    const auto expected = jsonLines(beforehand.out);
+    // 3 s at 44100 Hz are 3.265 s at 48000 Hz: 327 blocks, every fourth one publishing.
+    ASSERT_EQ(lines.size(), 82u);
+    ASSERT_EQ(lines.size(), expected.size());
+    double worst = 0;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        expectFrameShape(lines[i]);
+        EXPECT_EQ(lines[i].value("t").toDouble(), expected[i].value("t").toDouble()) << i;
+        for (const char* key : {"level", "motionRate", "beatPulse"}) {
+            worst = std::max(worst, std::abs(lines[i].value(key).toDouble() - expected[i].value(key).toDouble()));
+        }
+        const auto a = lines[i].value("spectrum").toArray();
+        const auto b = expected[i].value("spectrum").toArray();
+        for (int band = 0; band < 96; ++band) worst = std::max(worst, std::abs(a[band].toDouble() - b[band].toDouble()));
+    }
+    EXPECT_LT(worst, 1e-3);
+    // And it is loud music, not silence that would match trivially.
+    EXPECT_GT(lines.back().value("level").toDouble(), 0.3);
+}
+
+TEST(AnalyzeTool, MoreThanTwoChannelsAreMixedDownToOneWithOneLine) {
+    TempDir dir;
+    const auto mono = musicLike(1.0, 5);
+    // 7.1: the music in the front pair, silence elsewhere, loud enough that the mean is the music exactly.
+    constexpr int channels = 8;
+    std::vector<float> wide(mono.size() * channels, 0.0f);
+    for (std::size_t i = 0; i < mono.size(); ++i) wide[i * channels] = wide[i * channels + 1] = 4.0f * mono[i];
+    ASSERT_TRUE(writeAudio(dir / "surround.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, channels, wide));
+    const auto run = runTool(dir, {(dir / "surround.wav").string()});
+    EXPECT_EQ(run.status, 0);
+    const auto errLines = run.errLines();
+    ASSERT_EQ(errLines.size(), 1u) << run.err;
+    EXPECT_NE(errLines[0].find("8 channels"), std::string::npos) << errLines[0];
+    EXPECT_NE(errLines[0].find("mixed down"), std::string::npos) << errLines[0];
+    // The mean of the eight channels is the mono music itself.
+    const auto lines = jsonLines(run.out);
+    EXPECT_EQ(lines.size(), 25u);
+    expectSameFrames(lines, coreFrames(mono, 1, 480));
+}
+
+TEST(AnalyzeTool, MemoryDependsNeitherOnChannelsNorOnLength) {
+    TempDir dir;
+    // The most channels libsndfile allows, with the largest block: a whole block of them would be 196 MB.
+    SF_INFO info{};
+    info.samplerate = 48000;
+    info.channels = 1024;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+    SNDFILE* file = sf_open((dir / "many.wav").c_str(), SFM_WRITE, &info);
+    ASSERT_NE(file, nullptr);
+    std::vector<short> frames(4800 * 1024, 1000);
+    ASSERT_EQ(sf_writef_short(file, frames.data(), 4800), 4800);
+    ASSERT_EQ(sf_close(file), 0);
+    const auto many = runTool(dir, {"--block", "48000", (dir / "many.wav").string()});
+    EXPECT_EQ(many.status, 0) << many.err;
+    EXPECT_LT(many.peakKilobytes, 64 * 1024);
+
+    const auto music = stereoMusic(2.0);
+    std::vector<float> longer;
+    for (int i = 0; i < 15; ++i) longer.insert(longer.end(), music.begin(), music.end());
+    ASSERT_TRUE(writeAudio(dir / "short.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 44100, 2, music));
+    ASSERT_TRUE(writeAudio(dir / "long.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 44100, 2, longer));
+    const auto shortRun = runTool(dir, {(dir / "short.wav").string()});
+    const auto longRun = runTool(dir, {(dir / "long.wav").string()});
+    ASSERT_EQ(shortRun.status, 0) << shortRun.err;
+    ASSERT_EQ(longRun.status, 0) << longRun.err;
+    EXPECT_GT(longRun.out.size(), 10 * shortRun.out.size());
+    // Fifteen times the audio, the same memory give or take allocator noise.
+    EXPECT_LT(longRun.peakKilobytes, shortRun.peakKilobytes + 4 * 1024);
+}
+
+TEST(AnalyzeTool, NonFiniteSamplesAreReadAsSilenceAndCounted) {
+    TempDir dir;
+    auto samples = stereoMusic(1.0);
+    std::vector<float> cleaned = samples;
+    const float specials[] = {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(),
+                              -std::numeric_limits<float>::infinity()};
+    // 10 ms of each kind in the middle of the music.
+    std::size_t count = 0;
+    for (std::size_t k = 0; k < 3; ++k) {
+        for (std::size_t i = 0; i < 960; ++i) {
+            const std::size_t at = (20000 + k * 4000) * 2 + i;
+            samples[at] = specials[k];
+            cleaned[at] = 0.0f;
+            ++count;
+        }
+    }
+    ASSERT_TRUE(writeAudio(dir / "broken.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, samples));
+    const auto run = runTool(dir, {(dir / "broken.wav").string()});
+    EXPECT_EQ(run.status, 0);
+    const auto errLines = run.errLines();
+    ASSERT_EQ(errLines.size(), 1u) << run.err;
+    EXPECT_NE(errLines[0].find(std::to_string(count) + " samples"), std::string::npos) << errLines[0];
+    EXPECT_EQ(run.out.find("nan"), std::string::npos);
+    EXPECT_EQ(run.out.find("inf"), std::string::npos);
+    expectSameFrames(jsonLines(run.out), coreFrames(cleaned, 2, 480));
+}
+
+TEST(FrameJsonWriter, NeverPrintsANonFiniteNumber) {
+    TempDir dir;
+    const auto path = dir / "frames.json";
+    std::FILE* out = std::fopen(path.c_str(), "w");
+    ASSERT_NE(out, nullptr);
+    tools::FrameJsonWriter writer(out);
+    AudioVisualizationFrame frame;
+    frame.level = std::numeric_limits<double>::quiet_NaN();
+    frame.motionRate = std::numeric_limits<double>::infinity();
+    frame.beatPulse = -std::numeric_limits<double>::infinity();
+    frame.spectrum.assign(96, 0.25);
+    frame.spectrum[7] = -std::numeric_limits<double>::quiet_NaN();
+    writer.writeFrame(std::numeric_limits<double>::infinity(), frame);
+    frame.level = 0.5;
+    writer.writeFrame(2.0, frame);
+    EXPECT_TRUE(writer.finish());
+    std::fclose(out);
+    const auto lines = jsonLines(slurp(path));
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_TRUE(lines[0].value("level").isNull());
+    EXPECT_TRUE(lines[0].value("motionRate").isNull());
+    EXPECT_TRUE(lines[0].value("beatPulse").isNull());
+    EXPECT_TRUE(lines[0].value("t").isNull());
+    EXPECT_TRUE(lines[0].value("spectrum").toArray()[7].isNull());
+    EXPECT_EQ(lines[0].value("spectrum").toArray()[8].toDouble(), 0.25);
+    EXPECT_EQ(lines[1].value("level").toDouble(), 0.5);
 }
 
 TEST(AnalyzeTool, UsageErrorsAreOneLineWithStatus2) {
@@ -341,6 +484,8 @@ TEST(AnalyzeTool, UsageErrorsAreOneLineWithStatus2) {
     expectOneErrorLine(runTool(dir, {}), 2, "no audio file");
     expectOneErrorLine(runTool(dir, {"--block", "0", "x.wav"}), 2, "--block");
     expectOneErrorLine(runTool(dir, {"--block", "ten", "x.wav"}), 2, "--block");
+    // At most one second of audio per block.
+    expectOneErrorLine(runTool(dir, {"--block", "48001", "x.wav"}), 2, "48000");
     expectOneErrorLine(runTool(dir, {"x.wav", "--block"}), 2, "--block");
     expectOneErrorLine(runTool(dir, {"--fast", "x.wav"}), 2, "--fast");
     expectOneErrorLine(runTool(dir, {"a.wav", "b.wav"}), 2, "one audio file");

@@ -1,6 +1,7 @@
 #include "FrameJsonWriter.h"
 
 #include <charconv>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 
@@ -15,9 +16,13 @@ void FrameJsonWriter::number(double value) {
     // Six decimals, trailing zeros dropped: finer than the analysis' single-precision spectrum
     // can resolve, and a fraction of the cost of the shortest round-trip form, which dominated
     // the tool's time on long files.
+    if (!std::isfinite(value)) {  // JSON has no NaN or infinity; "no value" is the honest answer
+        text("null");
+        return;
+    }
     const bool negative = value < 0;
     const double magnitude = negative ? -value : value;
-    if (!(magnitude < 1e12)) {  // never for the analysis' values; kept valid all the same
+    if (magnitude >= 1e12) {  // never for the analysis' values; kept valid all the same
         end_ = std::to_chars(end_, end_ + 32, value).ptr;
         return;
     }

@@ -13,19 +13,20 @@
 #include <string_view>
 #include <vector>
 
-#include "AudioFileReader.h"
 #include "FrameJsonWriter.h"
+#include "RecordingReader.h"
 #include "core/analysis/AudioAnalyzer.h"
 
 namespace {
 
 using namespace lorvane;
-using tools::AudioFileReader;
+using tools::RecordingReader;
 using tools::FrameJsonWriter;
 
 constexpr const char* programName = "lorvane-analyze";
 constexpr std::size_t defaultBlockFrames = 480;  // 10 ms, like the capture stream's buffers
-constexpr std::size_t maximumBlockFrames = 1 << 20;
+// One second: a larger block would only hold more memory, never publish more often.
+constexpr std::size_t maximumBlockFrames = 48000;
 constexpr std::size_t chunkFrames = 1 << 15;  // about 0.7 s
 // The clock starts above 0 because a last beat time of 0 means "no beat yet".
 constexpr double clockStart = 1.0;
@@ -33,9 +34,12 @@ constexpr double clockStart = 1.0;
 constexpr const char* usage =
     "Usage: lorvane-analyze [--block FRAMES] [--keep-going] FILE\n"
     "\n"
-    "Feeds FILE (WAV, FLAC, Ogg or anything else libsndfile reads; 48000 Hz) to the audio analysis\n"
-    "in blocks of FRAMES frames (default 480, 10 ms) on a simulated clock that starts at 1.0 s and\n"
-    "advances by each block's duration. Prints one JSON object per line for every published frame:\n"
+    "Feeds FILE (WAV, FLAC, Ogg or anything else libsndfile reads) to the audio analysis in blocks\n"
+    "of FRAMES frames at 48000 Hz (default 480, 10 ms; at most 48000) on a simulated clock that\n"
+    "starts at 1.0 s and advances by each block's duration. Other sample rates are resampled to\n"
+    "48000 Hz, more than two channels are mixed down to one, and samples that are NaN or infinite\n"
+    "are read as silence (their count is reported on standard error).\n"
+    "Prints one JSON object per line for every published frame:\n"
     "  {\"t\":SECONDS,\"level\":L,\"motionRate\":M,\"beatPulse\":P,\"spectrum\":[96 band levels]}\n"
     "and, when more than 4 s pass without an audible block, the failure that ends the run:\n"
     "  {\"t\":SECONDS,\"failure\":\"silentOrProtectedAudio\"}\n"
@@ -63,18 +67,6 @@ std::optional<std::size_t> parseFrames(std::string_view text) {
     return value;
 }
 
-// Fills `out` with up to `frames` frames; fewer only at the end of the file.
-std::size_t readBlock(AudioFileReader& reader, float* out, std::size_t frames) {
-    std::size_t done = 0;
-    while (done < frames) {
-        const std::size_t got =
-            reader.read(out + done * static_cast<std::size_t>(reader.channels()), frames - done);
-        if (got == 0) break;
-        done += got;
-    }
-    return done;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -91,7 +83,7 @@ int main(int argc, char** argv) {
         } else if (arg == "--block") {
             if (i + 1 >= argc) return fail("--block needs a number of frames (try --help)", 2);
             const auto frames = parseFrames(argv[++i]);
-            if (!frames) return fail("--block takes a whole number of frames from 1 to 1048576", 2);
+            if (!frames) return fail("--block takes a whole number of frames from 1 to 48000 (one second)", 2);
             options.blockFrames = *frames;
         } else if (arg.size() > 1 && arg.front() == '-') {
             return fail("unknown option '" + std::string(arg) + "' (try --help)", 2);
@@ -104,15 +96,11 @@ int main(int argc, char** argv) {
     }
     if (!havePath) return fail("no audio file given (try --help)", 2);
 
-    auto opened = AudioFileReader::open(options.path);
+    auto opened = RecordingReader::open(options.path);
     if (!opened.reader) return fail(opened.error, 1);
-    AudioFileReader& reader = *opened.reader;
-    if (reader.sampleRate() != static_cast<int>(AudioAnalyzer::sampleRate)) {
-        return fail("'" + options.path + "' is sampled at " + std::to_string(reader.sampleRate()) +
-                        " Hz; the analysis needs 48000 Hz (resample it first, for example with "
-                        "'sox IN -r 48000 OUT')",
-                    1);
-    }
+    // Said before anything large is allocated.
+    if (!opened.notice.empty()) std::fprintf(stderr, "%s: %s\n", programName, opened.notice.c_str());
+    RecordingReader& reader = *opened.reader;
 
     static char outputBuffer[1 << 20];
     std::setvbuf(stdout, outputBuffer, _IOFBF, sizeof outputBuffer);
@@ -133,7 +121,7 @@ int main(int argc, char** argv) {
 
     bool running = true;
     while (running) {
-        const std::size_t chunkRead = readBlock(reader, chunk.data(), blocksPerChunk * options.blockFrames);
+        const std::size_t chunkRead = reader.read(chunk.data(), blocksPerChunk * options.blockFrames);
         if (chunkRead == 0) break;
         for (std::size_t first = 0; first < chunkRead && running; first += options.blockFrames) {
             const std::size_t frames = std::min(options.blockFrames, chunkRead - first);
@@ -155,5 +143,9 @@ int main(int argc, char** argv) {
     }
     if (framesRead == 0) return fail("'" + options.path + "' holds no audio frames", 1);
     if (!writer.finish()) return fail("cannot write the frames: " + std::string(std::strerror(errno)), 1);
+    if (reader.nonFiniteSamples() > 0) {
+        std::fprintf(stderr, "%s: %llu samples of '%s' were not finite numbers and were read as silence\n",
+                     programName, static_cast<unsigned long long>(reader.nonFiniteSamples()), options.path.c_str());
+    }
     return 0;
 }

@@ -11,45 +11,37 @@ constexpr double clockStart = 1.0;
 }  // namespace
 
 std::unique_ptr<RecordingPlayer> RecordingPlayer::open(const std::string& path, Callbacks callbacks,
-                                                       std::string& error) {
-    SF_INFO info{};
-    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-    if (!file) {
-        error = "cannot read '" + path + "' as audio: " + sf_strerror(nullptr);
+                                                       std::string& error, std::string* notice) {
+    auto opened = RecordingReader::open(path);
+    if (!opened.reader) {
+        error = opened.error;
         return nullptr;
     }
-    if (info.channels < 1 || info.frames <= 0) {
-        sf_close(file);
+    const double duration = opened.reader->duration();
+    if (!(duration > 0)) {
         error = "'" + path + "' holds no audio";
         return nullptr;
     }
-    if (info.samplerate != static_cast<int>(AudioAnalyzer::sampleRate)) {
-        sf_close(file);
-        error = "'" + path + "' is sampled at " + std::to_string(info.samplerate) +
-                " Hz; the analysis needs 48000 Hz (resample it first, for example with 'sox IN -r 48000 OUT')";
-        return nullptr;
-    }
-    sf_command(file, SFC_SET_NORM_FLOAT, nullptr, SF_TRUE);
-    const double duration = static_cast<double>(info.frames) / info.samplerate;
-    return std::unique_ptr<RecordingPlayer>(new RecordingPlayer(file, info.channels, duration, std::move(callbacks)));
+    if (notice != nullptr) *notice = opened.notice;
+    return std::unique_ptr<RecordingPlayer>(
+        new RecordingPlayer(std::move(opened.reader), duration, std::move(callbacks)));
 }
 
-RecordingPlayer::RecordingPlayer(SNDFILE* file, int channels, double duration, Callbacks callbacks)
-    : file_(file),
-      channels_(channels),
+RecordingPlayer::RecordingPlayer(std::unique_ptr<RecordingReader> reader, double duration, Callbacks callbacks)
+    : reader_(std::move(reader)),
       duration_(duration),
       callbacks_(std::move(callbacks)),
-      block_(static_cast<std::size_t>(blockFrames * channels)) {
+      block_(static_cast<std::size_t>(blockFrames * reader_->channels())) {
     analyzer_.beginRun(clockStart);
 }
 
-RecordingPlayer::~RecordingPlayer() { sf_close(file_); }
+RecordingPlayer::~RecordingPlayer() = default;
 
 double RecordingPlayer::position() const { return static_cast<double>(framesRead_) / AudioAnalyzer::sampleRate; }
 
 bool RecordingPlayer::advanceTo(double seconds) {
     while (!ended_ && position() + blockFrames / AudioAnalyzer::sampleRate <= seconds) {
-        const sf_count_t got = sf_readf_float(file_, block_.data(), blockFrames);
+        const auto got = static_cast<long long>(reader_->read(block_.data(), blockFrames));
         if (got <= 0) {
             ended_ = true;
             break;
@@ -57,9 +49,9 @@ bool RecordingPlayer::advanceTo(double seconds) {
         framesRead_ += got;
         SampleBlock block;
         block.format = SampleFormat::float32;
-        block.channelsPerFrame = channels_;
+        block.channelsPerFrame = reader_->channels();
         block.interleaved = true;
-        block.buffers = {std::as_bytes(std::span<const float>(block_.data(), static_cast<std::size_t>(got * channels_)))};
+        block.buffers = {std::as_bytes(std::span<const float>(block_.data(), static_cast<std::size_t>(got * reader_->channels())))};
         const double now = clockStart + position();
         const auto result = analyzer_.process(block, now);
         if (result.outcome == AudioAnalyzer::Outcome::frame) {
@@ -76,7 +68,10 @@ bool RecordingPlayer::advanceTo(double seconds) {
 }
 
 void RecordingPlayer::rewind() {
-    sf_seek(file_, 0, SEEK_SET);
+    if (!reader_->rewind()) {
+        ended_ = true;
+        return;
+    }
     framesRead_ = 0;
     ended_ = false;
     analyzer_.reset();

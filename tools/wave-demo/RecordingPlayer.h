@@ -3,8 +3,6 @@
 // advances, runs each block through the audio analysis and hands every published frame (or a
 // silence failure) to its callbacks, as the live capture would.
 
-#include <sndfile.h>
-
 #include <functional>
 #include <memory>
 #include <string>
@@ -13,6 +11,7 @@
 #include "core/AudioCaptureFailure.h"
 #include "core/AudioVisualizationFrame.h"
 #include "core/analysis/AudioAnalyzer.h"
+#include "RecordingReader.h"
 
 namespace lorvane::tools {
 
@@ -23,8 +22,10 @@ public:
         std::function<void(AudioCaptureFailure)> captureDidFail;
     };
 
-    // Nothing (and `error` set) when the file cannot be read as 48000 Hz audio.
-    static std::unique_ptr<RecordingPlayer> open(const std::string& path, Callbacks callbacks, std::string& error);
+    // Nothing (and `error` set) when the file cannot be read. Any rate is resampled to 48000 Hz;
+    // `notice` says when the audio is changed on the way (more than two channels mixed down).
+    static std::unique_ptr<RecordingPlayer> open(const std::string& path, Callbacks callbacks, std::string& error,
+                                                 std::string* notice = nullptr);
     ~RecordingPlayer();
 
     // Analyses everything up to `seconds` of playback. False once the recording has ended.
@@ -35,10 +36,9 @@ public:
     double position() const;
 
 private:
-    RecordingPlayer(SNDFILE* file, int channels, double duration, Callbacks callbacks);
+    RecordingPlayer(std::unique_ptr<RecordingReader> reader, double duration, Callbacks callbacks);
 
-    SNDFILE* file_;
-    int channels_;
+    std::unique_ptr<RecordingReader> reader_;
     double duration_;
     Callbacks callbacks_;
     AudioAnalyzer analyzer_;

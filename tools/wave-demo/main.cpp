@@ -24,8 +24,8 @@ using namespace lorvane;
 constexpr const char* usage =
     "Usage: lorvane-wave-demo [OPTIONS] FILE\n"
     "\n"
-    "Shows the overlay wave driven by the analysis of FILE (48000 Hz audio that libsndfile reads),\n"
-    "in real time, without playing the sound.\n"
+    "Shows the overlay wave driven by the analysis of FILE (any recording libsndfile reads; other\n"
+    "rates are resampled to 48000 Hz), in real time, without playing the sound.\n"
     "\n"
     "  --mode compact|fullscreenFog   display mode (default compact)\n"
     "  --position top|center|bottom   band position (default center)\n"
@@ -101,12 +101,14 @@ int main(int argc, char** argv) {
     auto preferences = std::make_shared<OverlayPreferences>(store);
     auto model = std::make_shared<VisualizerModel>();
     std::string error;
+    std::string notice;
     auto player = tools::RecordingPlayer::open(
         path,
         {[&](const AudioVisualizationFrame& frame) { model->updateLiveFrame(frame); },
          [&](AudioCaptureFailure failure) { model->useFallbackAudio(failure); }},
-        error);
+        error, &notice);
     if (!player) return fail(error, 1);
+    if (!notice.empty()) std::fprintf(stderr, "lorvane-wave-demo: %s\n", notice.c_str());
 
     ReferenceDateClock clock;
     auto controller = makeOverlayController(overlayPath.path, preferences, model, clock);

@@ -1,20 +1,17 @@
 #pragma once
-// Lorvane's icons, drawn in code: the tray's waveform and the application icon. The installed theme
-// icons of the same names win; these are the fallback shipped inside the program.
+// Lorvane's icons: the installed theme icons first, else the same SVG files compiled into the program.
 
 #include <QIcon>
-#include <QImage>
 
 namespace lorvane {
 
-// A row of rounded bars mirrored about the middle, in the aurora colours.
-QImage paintWaveformGlyph(int size);
-// The glyph in white on a rounded square with the aurora gradient.
-QImage paintApplicationIcon(int size);
+// The one application id: desktop entry, icons, metainfo and D-Bus name.
+inline constexpr const char* applicationId = "com.tarnhollow.Lorvane";
 
-// Themed "lorvane-waveform" first, else the drawn glyph.
+// Themed "com.tarnhollow.Lorvane-symbolic" (monochrome, recoloured by the panel's theme), else the
+// built-in copy.
 QIcon waveformTrayIcon();
-// Themed "lorvane" first, else the drawn application icon.
+// Themed "com.tarnhollow.Lorvane", else the built-in copy.
 QIcon applicationIcon();
 
 }  // namespace lorvane

@@ -15,8 +15,9 @@ struct AudioFileReader::Handle {
     }
 };
 
-AudioFileReader::AudioFileReader(std::unique_ptr<Handle> handle, int channels, int sampleRate, bool sixteenBit)
-    : handle_(std::move(handle)), channels_(channels), sampleRate_(sampleRate), sixteenBit_(sixteenBit) {}
+AudioFileReader::AudioFileReader(std::unique_ptr<Handle> handle, int channels, int sampleRate, std::int64_t frames,
+                                 bool sixteenBit)
+    : handle_(std::move(handle)), channels_(channels), sampleRate_(sampleRate), frames_(frames), sixteenBit_(sixteenBit) {}
 
 AudioFileReader::~AudioFileReader() = default;
 
@@ -35,11 +36,12 @@ AudioFileReader::Opened AudioFileReader::open(const std::string& path) {
         return {nullptr, "cannot read '" + path + "' as audio: " + sf_strerror(nullptr)};
     }
     if (format.channels < 1) return {nullptr, "'" + path + "' has no audio channels"};
+    if (format.samplerate < 1) return {nullptr, "'" + path + "' has no sample rate"};
     // Integer files come back scaled to -1...1.
     sf_command(handle->file, SFC_SET_NORM_FLOAT, nullptr, SF_TRUE);
     const bool sixteenBit = (format.format & SF_FORMAT_SUBMASK) == SF_FORMAT_PCM_16;
     return {std::unique_ptr<AudioFileReader>(
-                new AudioFileReader(std::move(handle), format.channels, format.samplerate, sixteenBit)),
+                new AudioFileReader(std::move(handle), format.channels, format.samplerate, format.frames, sixteenBit)),
             {}};
 }
 
@@ -78,5 +80,7 @@ std::size_t AudioFileReader::read(float* out, std::size_t frames) {
     shortsToFloats(shorts_.get(), out, static_cast<std::size_t>(got) * static_cast<std::size_t>(channels_));
     return static_cast<std::size_t>(got);
 }
+
+bool AudioFileReader::rewind() { return sf_seek(handle_->file, 0, SEEK_SET) == 0; }
 
 }  // namespace lorvane::tools

@@ -1,0 +1,20 @@
+# Each manual page renders with man -l at 80 columns without a single warning.
+# Run with -DPAGES="a.1;b.1"
+find_program(man_program man)
+if(NOT man_program)
+  message(STATUS "SKIPPED: man is missing (scripts/install-deps.sh test installs man-db)")
+  return()
+endif()
+foreach(page ${PAGES})
+  execute_process(COMMAND ${CMAKE_COMMAND} -E env MANWIDTH=80 "${man_program}" --warnings -l "${page}"
+                  RESULT_VARIABLE result OUTPUT_VARIABLE text ERROR_VARIABLE warnings)
+  if(NOT result EQUAL 0 OR NOT warnings STREQUAL "")
+    message(FATAL_ERROR "${page}: ${result}\n${warnings}")
+  endif()
+  get_filename_component(name "${page}" NAME_WE)
+  string(TOUPPER "${name}" title)
+  string(FIND "${text}" "${title}(1)" at)
+  if(at EQUAL -1)
+    message(FATAL_ERROR "${page} does not render its title ${title}(1)")
+  endif()
+endforeach()
