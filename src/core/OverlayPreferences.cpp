@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <string>
 #include <vector>
 
 #include "core/app/SettingsTable.h"
@@ -99,6 +100,27 @@ void OverlayPreferences::writeEnabledPlayers() {
     for (MusicPlayer player : enabledPlayers_) raw.emplace_back(rawValue(player));
     std::sort(raw.begin(), raw.end());
     defaults_->setStringArray(enabledPlayersKey, raw);
+}
+
+std::optional<std::pair<int, int>> OverlayPreferences::settingsWindowSize() const {
+    const std::string text = defaults_->string(settingsWindowSizeKey).value_or("");
+    const auto x = text.find('x');
+    if (x == std::string::npos || x == 0 || x + 1 >= text.size() || text.size() > 11) return std::nullopt;
+    int parts[2] = {0, 0};
+    const std::string_view fields[2] = {std::string_view(text).substr(0, x), std::string_view(text).substr(x + 1)};
+    for (int i = 0; i < 2; ++i) {
+        for (char c : fields[i]) {
+            if (c < '0' || c > '9') return std::nullopt;
+            parts[i] = parts[i] * 10 + (c - '0');
+        }
+        // Anything outside what a window can be is not a remembered size.
+        if (parts[i] < 1 || parts[i] > 16384) return std::nullopt;
+    }
+    return std::pair{parts[0], parts[1]};
+}
+
+void OverlayPreferences::setSettingsWindowSize(int width, int height) {
+    defaults_->setString(settingsWindowSizeKey, std::to_string(width) + "x" + std::to_string(height));
 }
 
 }  // namespace lorvane

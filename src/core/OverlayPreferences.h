@@ -2,6 +2,8 @@
 // Every user setting of the overlay, read from and written through to a key-value store.
 
 #include <memory>
+#include <optional>
+#include <utility>
 #include <set>
 #include <string>
 #include <string_view>
@@ -89,6 +91,12 @@ public:
     static bool boolValue(const KeyValueStore& store, const std::string& key, bool defaultValue);
 
     const KeyValueStore& defaults() const { return *defaults_; }
+
+    // The settings window's last size as "WIDTHxHEIGHT" in the same store. Not a wave setting: it is
+    // written without telling observers. A missing or malformed entry reads as nothing.
+    static constexpr const char* settingsWindowSizeKey = "settingsWindowSize";
+    std::optional<std::pair<int, int>> settingsWindowSize() const;
+    void setSettingsWindowSize(int width, int height);
 
     // Announced after a member took a new value, keyed by that member.
     Signal<PreferenceKey> changed;

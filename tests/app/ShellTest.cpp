@@ -6,6 +6,7 @@
 #include <QAction>
 #include <QCheckBox>
 #include <QDir>
+#include <QGroupBox>
 #include <QImage>
 #include <QLabel>
 #include <QMenu>
@@ -21,7 +22,7 @@
 #include "app/QtTestEnvironment.h"
 #include "core/app/SettingsText.h"
 #include "ui/shell/MessageBoxAlert.h"
-#include "ui/shell/SegmentedPicker.h"
+#include "ui/shell/ChoiceGroup.h"
 #include "ui/shell/SettingsView.h"
 #include "ui/shell/SettingsWindow.h"
 #include "ui/shell/SwatchButton.h"
@@ -330,10 +331,10 @@ TEST(SettingsWindow, DisplayTogglesReadAndWriteThroughTheController) {
 TEST(SettingsWindow, PositionPickerIsDisabledInFogButKeepsTheStoredPosition) {
     ShellHarness s;
     s.launch();
-    auto pickers = s.view()->findChildren<SegmentedPicker*>();
-    SegmentedPicker* mode = nullptr;
-    SegmentedPicker* position = nullptr;
-    for (SegmentedPicker* picker : pickers) {
+    auto pickers = s.view()->findChildren<ChoiceGroup*>();
+    ChoiceGroup* mode = nullptr;
+    ChoiceGroup* position = nullptr;
+    for (ChoiceGroup* picker : pickers) {
         if (picker->accessibleName() == "Display Mode") mode = picker;
         if (picker->accessibleName() == "Position") position = picker;
     }
@@ -517,6 +518,7 @@ TEST(SettingsWindow, ScreenshotsOfTheFourTabsShowTheirKeyTexts) {
             if (!widget->isVisibleTo(s.window)) continue;
             if (auto* label = qobject_cast<QLabel*>(widget)) shown << label->text();
             if (auto* button = qobject_cast<QAbstractButton*>(widget)) shown << button->text();
+            if (auto* box = qobject_cast<QGroupBox*>(widget)) shown << box->title();
         }
         for (const QString& text : texts) EXPECT_TRUE(shown.contains(text)) << rawValue(tab) << ": " << text.toStdString();
     }

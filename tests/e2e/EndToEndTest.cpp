@@ -145,16 +145,21 @@ TEST_F(EndToEnd, TheTrayIsExportedWithTheWholeMenu) {
     EXPECT_EQ(menu->find("Color")->childLabels().size(), 19);
 }
 
-TEST_F(EndToEnd, TheSettingsWindowOpensOnceAtLaunchOnEveryDesktop) {
+TEST_F(EndToEnd, TheSettingsWindowOpensOnceAtLaunchOnTheCurrentDesktop) {
     ASSERT_TRUE(waitFor([&] { return desktop.windowsNamed(settingsTitle, true).size() == 1; }));
     const unsigned long window = desktop.windowsNamed(settingsTitle, true).front();
     const auto geometry = desktop.geometry(window);
     ASSERT_TRUE(geometry);
     EXPECT_EQ(geometry->width, 620);
     EXPECT_EQ(geometry->height, 470);
-    // openbox shows "on all desktops" as desktop 0xFFFFFFFF.
-    EXPECT_NE(desktop.property(window, "_NET_WM_DESKTOP").find("= 4294967295"), std::string::npos)
-        << desktop.property(window, "_NET_WM_DESKTOP");
+    // Like any window, on the desktop the user is on (openbox would show "all desktops" as 0xFFFFFFFF).
+    const std::string current = desktop.x().run({"xprop", "-root", "_NET_CURRENT_DESKTOP"}).output;
+    const auto equals = current.find("= ");
+    ASSERT_NE(equals, std::string::npos) << current;
+    const std::string expected = "= " + std::to_string(std::stoul(current.substr(equals + 2)));
+    EXPECT_TRUE(waitFor([&] { return desktop.property(window, "_NET_WM_DESKTOP").find(expected) != std::string::npos; }))
+        << desktop.property(window, "_NET_WM_DESKTOP") << " vs " << current;
+    EXPECT_EQ(desktop.property(window, "_NET_WM_DESKTOP").find("4294967295"), std::string::npos);
     EXPECT_NE(desktop.property(window, "WM_CLASS").find("\"lorvane\""), std::string::npos);
 }
 
