@@ -5,6 +5,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/KeyValueStore.h"
 #include "core/MusicPlayer.h"
@@ -28,8 +29,6 @@ struct EnumTraits<OverlayPosition> {
 };
 std::string_view title(OverlayPosition position);  // "Top of Screen", "Center of Screen", "Bottom of Screen"
 
-using MusicPlayerSet = std::set<MusicPlayer>;
-
 class OverlayPreferences {
 public:
     // Store keys.
@@ -41,6 +40,12 @@ public:
     static constexpr const char* positionKey = "overlayPosition";
     static constexpr const char* colorKey = "waveColor";
     static constexpr const char* enabledPlayersKey = "enabledMusicPlayers";
+    // Other players: one switch for all, the desktop entries the user turned off, and those seen here.
+    static constexpr const char* otherPlayersEnabledKey = "otherPlayersEnabled";
+    static constexpr const char* disabledOtherPlayersKey = "disabledOtherPlayers";
+    static constexpr const char* seenOtherPlayersKey = "seenOtherPlayers";
+    // Remembered players beyond this many push out the oldest.
+    static constexpr std::size_t maxSeenOtherPlayers = 64;
 
     // Reads every member from the store; writes nothing.
     explicit OverlayPreferences(std::shared_ptr<KeyValueStore> defaults);
@@ -53,6 +58,15 @@ public:
     OverlayPosition position() const { return position_; }
     WaveColor color() const { return color_; }
     const MusicPlayerSet& enabledPlayers() const { return enabledPlayers_; }
+    bool otherPlayersEnabled() const { return otherPlayersEnabled_; }
+    const std::set<std::string>& disabledOtherPlayers() const { return disabledOtherPlayers_; }
+    // Desktop entries of the other players seen on this machine, oldest first.
+    const std::vector<std::string>& seenOtherPlayers() const { return seenOtherPlayers_; }
+    bool otherPlayerEnabled(const std::string& desktopEntry) const {
+        return !disabledOtherPlayers_.contains(desktopEntry);
+    }
+    // Everything the playback monitor needs to know about which players count.
+    EnabledPlayers enabledPlayerChoice() const { return {enabledPlayers_, otherPlayersEnabled_, disabledOtherPlayers_}; }
 
     // Every assignment notifies observers first, then stores and writes through, even when the
     // value equals the old one.
@@ -66,6 +80,10 @@ public:
     void setEnabledPlayers(MusicPlayerSet value);
     // Inserts or removes one player; writes the sorted array even when the set did not change.
     void setPlayer(MusicPlayer player, bool enabled);
+    void setOtherPlayersEnabled(bool value);
+    void setOtherPlayerEnabled(const std::string& desktopEntry, bool enabled);
+    // Remembers an other player's desktop entry; writes only when it is new.
+    void noteSeenOtherPlayer(const std::string& desktopEntry);
 
     // The default when the store holds nothing under the key, else the store's boolean reading.
     static bool boolValue(const KeyValueStore& store, const std::string& key, bool defaultValue);
@@ -78,6 +96,7 @@ public:
 private:
     void writeBool(const char* key, bool& member, bool value);
     void writeEnabledPlayers();
+    void readOtherPlayers(const KeyValueStore& store);
     // Enumerations are stored by their raw value string.
     template <typename E>
     void writeRawValue(const char* key, E& member, E value) {
@@ -94,6 +113,9 @@ private:
     OverlayPosition position_ = OverlayPosition::center;
     WaveColor color_ = WaveColor::cyan;
     MusicPlayerSet enabledPlayers_;
+    bool otherPlayersEnabled_ = true;
+    std::set<std::string> disabledOtherPlayers_;
+    std::vector<std::string> seenOtherPlayers_;
     std::shared_ptr<KeyValueStore> defaults_;
 };
 

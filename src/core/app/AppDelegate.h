@@ -57,6 +57,9 @@ public:
     void setPosition(OverlayPosition position);
     void setColor(WaveColor color);
     void setPlayer(MusicPlayer player, bool enabled);
+    // Other players: all at once, and one by one by desktop entry.
+    void setOtherPlayersEnabled(bool enabled);
+    void setOtherPlayerEnabled(const std::string& desktopEntry, bool enabled);
     void retryAudioCapture();
     // Answers whether the login item is enabled afterwards.
     bool setLaunchAtLogin(bool enabled);
@@ -82,6 +85,8 @@ public:
 
     // The playback monitor's report.
     void handlePlaybackSnapshot(const MusicPlaybackSnapshot& snapshot);
+    // The playback monitor came across a player; other players are remembered for the settings.
+    void handlePlayerSeen(const PlaybackPlayer& player);
 
     // The settings window's callbacks, bound to the setters above; each does nothing once the
     // controller is gone (the login-item one then answers false).
@@ -92,7 +97,7 @@ public:
     VisualizerModel& visualizerModel() { return visualizerModel_; }
     bool hasAudioLevelMonitor() const { return audioLevelMonitor_ != nullptr; }
     std::optional<double> audioCaptureRetryAfter() const { return audioCaptureRetryAfter_; }
-    std::optional<MusicPlayer> currentMusicPlayer() const { return currentMusicPlayer_; }
+    const std::optional<PlaybackPlayer>& currentMusicPlayer() const { return currentMusicPlayer_; }
     MusicPlaybackState currentPlaybackState() const { return currentPlaybackState_; }
     MenuState menuState() const;
     bool launchAtLoginEnabled() const;
@@ -105,6 +110,8 @@ private:
     void dropAudioLevelMonitor();
     void updateOverlayVisibility();
     void stopBranch();
+    // After a change of the enabled players: drop a player no longer enabled at once, then decide again.
+    void enabledPlayersDidChange();
     void audioAndVisibilityStep(bool allOn);
     void frameDidChange(std::uint64_t run, const AudioVisualizationFrame& frame);
     void captureDidFail(std::uint64_t run, AudioCaptureFailure failure);
@@ -118,7 +125,7 @@ private:
     std::unique_ptr<PlaybackMonitoring> playbackMonitor_;
     std::unique_ptr<AudioLevelMonitoring> audioLevelMonitor_;
     std::optional<double> audioCaptureRetryAfter_;
-    std::optional<MusicPlayer> currentMusicPlayer_;
+    std::optional<PlaybackPlayer> currentMusicPlayer_;
     MusicPlaybackState currentPlaybackState_ = MusicPlaybackState::notRunning;
     std::unique_ptr<StatusMenuPresenting> statusMenu_;
     // Numbers each capture attempt, so a dropped monitor can no longer reach the controller.

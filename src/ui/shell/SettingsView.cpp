@@ -11,6 +11,7 @@
 #include <QTimer>
 #include <QVBoxLayout>
 
+#include "ui/shell/OtherPlayersSection.h"
 #include "ui/shell/SegmentedPicker.h"
 #include "ui/shell/SwatchButton.h"
 #include "ui/shell/SymbolIcon.h"
@@ -246,7 +247,8 @@ QWidget* SettingsView::makePlayersTab() {
         if (i > 0) layout->addWidget(divider(list));
         layout->addWidget(makePlayerRow(players[i]));
     }
-    return scrollingPage({section(QStringLiteral("Monitored Players"), list)});
+    auto* others = new OtherPlayersSection(preferences_, actions_.setOtherPlayersEnabled, actions_.setOtherPlayerEnabled);
+    return scrollingPage({section(QStringLiteral("Monitored Players"), list), others});
 }
 
 QWidget* SettingsView::makeAudioTab() {
