@@ -134,7 +134,7 @@ public:
     void setIdentitySize(qsizetype size) {
         // A new text each time, so nothing on the other side can share it with the last one.
         const QString tag = QString::number(++identitySerial_);
-        identity = QString(qMax<qsizetype>(0, size - tag.size()), QLatin1Char('I')) + tag;
+        identity = tag + QString(qMax<qsizetype>(0, size - tag.size()), QLatin1Char('I'));
         announce(rootInterface, {{QStringLiteral("Identity"), identity}});
     }
 

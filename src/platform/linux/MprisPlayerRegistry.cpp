@@ -4,6 +4,8 @@
 #include <QDBusPendingCallWatcher>
 #include <QStringList>
 #include <QVariantMap>
+#include <algorithm>
+#include <ctime>
 
 #include "core/Logging.h"
 #include "platform/linux/MprisBus.h"
@@ -14,6 +16,12 @@ namespace {
 
 // playerctld mirrors whichever player was active last; following it would count one player twice.
 bool isProxy(const QString& busName) { return busName == mpris::busNamePrefix + QStringLiteral("playerctld"); }
+
+double threadCpuSeconds() {
+    timespec now{};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
 
 std::string utf8(const std::optional<QString>& text) { return text ? text->toStdString() : std::string(); }
 
@@ -179,6 +187,12 @@ void MprisPlayerRegistry::identify(Player& player) {
 }
 
 void MprisPlayerRegistry::handlePropertiesChanged(const QDBusMessage& message) {
+    // Thread CPU time: what handling costs this thread, apart from whatever else the machine runs.
+    struct Timing {
+        double& longest;
+        double began = threadCpuSeconds();
+        ~Timing() { longest = std::max(longest, threadCpuSeconds() - began); }
+    } timing{longestSignalSeconds_};
     const QList<QVariant> arguments = message.arguments();
     if (arguments.size() < 2 || arguments.at(0).metaType() != QMetaType::fromType<QString>()) return;
     const QString interface = arguments.at(0).toString();

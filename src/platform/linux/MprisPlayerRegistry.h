@@ -50,6 +50,8 @@ public:
     const Player* find(const QString& busName) const;
     std::size_t playerCount() const { return players_.size(); }
     std::size_t pendingCallCount() const;
+    // The most CPU time one PropertiesChanged signal took on this thread, demarshalling included.
+    double longestSignalSeconds() const { return longestSignalSeconds_; }
 
     // Called after a reading changed.
     std::function<void()> didChange;
@@ -76,6 +78,7 @@ private:
     std::map<QString, Player> players_;
     std::uint64_t nextSerial_ = 0;
     DesktopEntryLookup desktopEntries_;
+    double longestSignalSeconds_ = 0;
 };
 
 }  // namespace lorvane
