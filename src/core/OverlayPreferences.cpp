@@ -6,6 +6,8 @@
 #include <array>
 #include <vector>
 
+#include "core/app/SettingsTable.h"
+
 namespace lorvane {
 
 std::string_view title(OverlayDisplayMode mode) {
@@ -18,22 +20,25 @@ std::string_view title(OverlayPosition position) {
 }
 
 OverlayPreferences::OverlayPreferences(std::shared_ptr<KeyValueStore> defaults) : defaults_(std::move(defaults)) {
+    // Defaults come from the settings table, which the menu and the settings window read too.
     const KeyValueStore& store = *defaults_;
-    overlayEnabled_ = boolValue(store, overlayEnabledKey, true);
-    autoShow_ = boolValue(store, autoShowKey, true);
-    avoidsCoveringWindows_ = boolValue(store, avoidsCoveringWindowsKey, true);
-    audioResponsive_ = boolValue(store, audioResponsiveKey, true);
+    overlayEnabled_ = boolValue(store, overlayEnabledKey, defaultToggle(PreferenceKey::overlayEnabled));
+    autoShow_ = boolValue(store, autoShowKey, defaultToggle(PreferenceKey::autoShow));
+    avoidsCoveringWindows_ =
+        boolValue(store, avoidsCoveringWindowsKey, defaultToggle(PreferenceKey::avoidsCoveringWindows));
+    audioResponsive_ = boolValue(store, audioResponsiveKey, defaultToggle(PreferenceKey::audioResponsive));
 
     const std::string mode = store.string(displayModeKey).value_or("");
     displayMode_ = fromRawValue<OverlayDisplayMode>(mode) == OverlayDisplayMode::fullscreenFog
                        ? OverlayDisplayMode::fullscreenFog
-                       : OverlayDisplayMode::compact;
+                       : defaultChoice<OverlayDisplayMode>(PreferenceKey::displayMode);
 
     const std::string position = store.string(positionKey).value_or("");
     const auto storedPosition = fromRawValue<OverlayPosition>(position);
-    position_ = storedPosition.value_or(OverlayPosition::center);
+    position_ = storedPosition.value_or(defaultChoice<OverlayPosition>(PreferenceKey::position));
 
-    color_ = fromRawValue<WaveColor>(store.string(colorKey).value_or("")).value_or(WaveColor::cyan);
+    color_ = fromRawValue<WaveColor>(store.string(colorKey).value_or(""))
+                 .value_or(defaultChoice<WaveColor>(PreferenceKey::color));
 
     const auto stored = store.stringArray(enabledPlayersKey);
     if (stored) {
@@ -93,27 +98,35 @@ bool OverlayPreferences::boolValue(const KeyValueStore& store, const std::string
     return store.boolean(key);
 }
 
-void OverlayPreferences::writeBool(const char* key, bool& member, bool value) {
+void OverlayPreferences::writeBool(PreferenceKey key, bool& member, bool value) {
     objectWillChange();
+    const bool differs = member != value;
     member = value;
-    defaults_->setBool(key, member);
+    defaults_->setBool(std::string(rawValue(key)), member);
+    if (differs) changed(key);
 }
 
-void OverlayPreferences::setOverlayEnabled(bool value) { writeBool(overlayEnabledKey, overlayEnabled_, value); }
-void OverlayPreferences::setAutoShow(bool value) { writeBool(autoShowKey, autoShow_, value); }
+void OverlayPreferences::setOverlayEnabled(bool value) { writeBool(PreferenceKey::overlayEnabled, overlayEnabled_, value); }
+void OverlayPreferences::setAutoShow(bool value) { writeBool(PreferenceKey::autoShow, autoShow_, value); }
 void OverlayPreferences::setAvoidsCoveringWindows(bool value) {
-    writeBool(avoidsCoveringWindowsKey, avoidsCoveringWindows_, value);
+    writeBool(PreferenceKey::avoidsCoveringWindows, avoidsCoveringWindows_, value);
 }
-void OverlayPreferences::setAudioResponsive(bool value) { writeBool(audioResponsiveKey, audioResponsive_, value); }
+void OverlayPreferences::setAudioResponsive(bool value) {
+    writeBool(PreferenceKey::audioResponsive, audioResponsive_, value);
+}
 
-void OverlayPreferences::setDisplayMode(OverlayDisplayMode value) { writeRawValue(displayModeKey, displayMode_, value); }
-void OverlayPreferences::setPosition(OverlayPosition value) { writeRawValue(positionKey, position_, value); }
-void OverlayPreferences::setColor(WaveColor value) { writeRawValue(colorKey, color_, value); }
+void OverlayPreferences::setDisplayMode(OverlayDisplayMode value) {
+    writeRawValue(PreferenceKey::displayMode, displayMode_, value);
+}
+void OverlayPreferences::setPosition(OverlayPosition value) { writeRawValue(PreferenceKey::position, position_, value); }
+void OverlayPreferences::setColor(WaveColor value) { writeRawValue(PreferenceKey::color, color_, value); }
 
 void OverlayPreferences::setEnabledPlayers(MusicPlayerSet value) {
     objectWillChange();
+    const bool differs = enabledPlayers_ != value;
     enabledPlayers_ = std::move(value);
     writeEnabledPlayers();
+    if (differs) changed(PreferenceKey::enabledPlayers);
 }
 
 void OverlayPreferences::setPlayer(MusicPlayer player, bool enabled) {
@@ -127,21 +140,22 @@ void OverlayPreferences::setPlayer(MusicPlayer player, bool enabled) {
 }
 
 void OverlayPreferences::setOtherPlayersEnabled(bool value) {
-    writeBool(otherPlayersEnabledKey, otherPlayersEnabled_, value);
+    objectWillChange();
+    const bool differs = otherPlayersEnabled_ != value;
+    otherPlayersEnabled_ = value;
+    defaults_->setBool(otherPlayersEnabledKey, value);
+    if (differs) changed(PreferenceKey::enabledPlayers);
 }
 
 void OverlayPreferences::setOtherPlayerEnabled(const std::string& desktopEntry, bool enabled) {
     const std::string entry = boundedUtf8(desktopEntry);
     if (entry.empty()) return;
     objectWillChange();
-    if (enabled) {
-        disabledOtherPlayers_.erase(entry);
-    } else {
-        disabledOtherPlayers_.insert(entry);
-    }
+    const bool differs = enabled ? disabledOtherPlayers_.erase(entry) > 0 : disabledOtherPlayers_.insert(entry).second;
     // std::set iterates in ascending order, so the stored list does not depend on the order of changes.
     defaults_->setStringArray(disabledOtherPlayersKey,
                               std::vector<std::string>(disabledOtherPlayers_.begin(), disabledOtherPlayers_.end()));
+    if (differs) changed(PreferenceKey::enabledPlayers);
 }
 
 void OverlayPreferences::noteSeenOtherPlayer(const std::string& desktopEntry) {
@@ -154,6 +168,7 @@ void OverlayPreferences::noteSeenOtherPlayer(const std::string& desktopEntry) {
     seenOtherPlayers_.push_back(entry);
     if (seenOtherPlayers_.size() > maxSeenOtherPlayers) seenOtherPlayers_.erase(seenOtherPlayers_.begin());
     defaults_->setStringArray(seenOtherPlayersKey, seenOtherPlayers_);
+    changed(PreferenceKey::enabledPlayers);
 }
 
 void OverlayPreferences::writeEnabledPlayers() {

@@ -29,18 +29,37 @@ struct EnumTraits<OverlayPosition> {
 };
 std::string_view title(OverlayPosition position);  // "Top of Screen", "Center of Screen", "Bottom of Screen"
 
+// Names what changed; the raw value is the member's store key.
+enum class PreferenceKey {
+    overlayEnabled,
+    autoShow,
+    avoidsCoveringWindows,
+    audioResponsive,
+    displayMode,
+    position,
+    color,
+    enabledPlayers
+};
+template <>
+struct EnumTraits<PreferenceKey> {
+    static constexpr std::array<std::string_view, 8> rawValues{
+        "overlayEnabled", "autoShow",        "avoidsCoveringWindows", "audioResponsive",
+        "overlayDisplayMode", "overlayPosition", "waveColor",          "enabledMusicPlayers"};
+};
+
 class OverlayPreferences {
 public:
     // Store keys.
-    static constexpr const char* overlayEnabledKey = "overlayEnabled";
-    static constexpr const char* autoShowKey = "autoShow";
-    static constexpr const char* avoidsCoveringWindowsKey = "avoidsCoveringWindows";
-    static constexpr const char* audioResponsiveKey = "audioResponsive";
-    static constexpr const char* displayModeKey = "overlayDisplayMode";
-    static constexpr const char* positionKey = "overlayPosition";
-    static constexpr const char* colorKey = "waveColor";
-    static constexpr const char* enabledPlayersKey = "enabledMusicPlayers";
+    static constexpr const char* overlayEnabledKey = rawValue(PreferenceKey::overlayEnabled).data();
+    static constexpr const char* autoShowKey = rawValue(PreferenceKey::autoShow).data();
+    static constexpr const char* avoidsCoveringWindowsKey = rawValue(PreferenceKey::avoidsCoveringWindows).data();
+    static constexpr const char* audioResponsiveKey = rawValue(PreferenceKey::audioResponsive).data();
+    static constexpr const char* displayModeKey = rawValue(PreferenceKey::displayMode).data();
+    static constexpr const char* positionKey = rawValue(PreferenceKey::position).data();
+    static constexpr const char* colorKey = rawValue(PreferenceKey::color).data();
+    static constexpr const char* enabledPlayersKey = rawValue(PreferenceKey::enabledPlayers).data();
     // Other players: one switch for all, the desktop entries the user turned off, and those seen here.
+    // A change of any of them is announced as a change of the enabled players.
     static constexpr const char* otherPlayersEnabledKey = "otherPlayersEnabled";
     static constexpr const char* disabledOtherPlayersKey = "disabledOtherPlayers";
     static constexpr const char* seenOtherPlayersKey = "seenOtherPlayers";
@@ -68,8 +87,8 @@ public:
     // Everything the playback monitor needs to know about which players count.
     EnabledPlayers enabledPlayerChoice() const { return {enabledPlayers_, otherPlayersEnabled_, disabledOtherPlayers_}; }
 
-    // Every assignment notifies observers first, then stores and writes through, even when the
-    // value equals the old one.
+    // Every assignment writes through, even when the value equals the old one; `changed` is
+    // announced afterwards, and only when the value differs.
     void setOverlayEnabled(bool value);
     void setAutoShow(bool value);
     void setAvoidsCoveringWindows(bool value);
@@ -90,19 +109,23 @@ public:
 
     const KeyValueStore& defaults() const { return *defaults_; }
 
-    // Fired before any member changes.
+    // Announced after a member took a new value, keyed by that member.
+    Signal<PreferenceKey> changed;
+    // Fired before any assignment (older observers; prefer `changed`).
     Signal<> objectWillChange;
 
 private:
-    void writeBool(const char* key, bool& member, bool value);
+    void writeBool(PreferenceKey key, bool& member, bool value);
     void writeEnabledPlayers();
     void readOtherPlayers(const KeyValueStore& store);
     // Enumerations are stored by their raw value string.
     template <typename E>
-    void writeRawValue(const char* key, E& member, E value) {
+    void writeRawValue(PreferenceKey key, E& member, E value) {
         objectWillChange();
+        const bool differs = member != value;
         member = value;
-        defaults_->setString(key, std::string(rawValue(member)));
+        defaults_->setString(std::string(rawValue(key)), std::string(rawValue(member)));
+        if (differs) changed(key);
     }
 
     bool overlayEnabled_ = true;
