@@ -7,6 +7,8 @@
 #include <QCheckBox>
 #include <QDir>
 #include <QGroupBox>
+#include <QFile>
+#include <QTemporaryDir>
 #include <QImage>
 #include <QLabel>
 #include <QMenu>
@@ -23,6 +25,7 @@
 #include "core/app/SettingsText.h"
 #include "ui/shell/MessageBoxAlert.h"
 #include "ui/shell/ChoiceGroup.h"
+#include "ui/shell/OtherPlayersSection.h"
 #include "ui/shell/SettingsView.h"
 #include "ui/shell/SettingsWindow.h"
 #include "ui/shell/SwatchButton.h"
@@ -392,6 +395,48 @@ TEST(SettingsWindow, PlayerTogglesFollowTheEnabledSet) {
     EXPECT_FALSE(s.h.app->preferences().enabledPlayers().contains(MusicPlayer::spotify));
     EXPECT_FALSE(s.h.overlay->visible);
     EXPECT_FALSE(s.playerToggle(MusicPlayer::spotify)->isChecked());
+}
+
+TEST(SettingsWindow, OtherPlayersSectionListsANewlySeenPlayerWithoutARestart) {
+    QTemporaryDir data;
+    ASSERT_TRUE(QDir(data.path()).mkpath(QStringLiteral("applications")));
+    {
+        QFile entry(data.filePath(QStringLiteral("applications/org.example.Player.desktop")));
+        ASSERT_TRUE(entry.open(QIODevice::WriteOnly));
+        entry.write("[Desktop Entry]\nType=Application\nName=Example Player\nIcon=audio-x-generic\n");
+    }
+    const QByteArray oldDataHome = qgetenv("XDG_DATA_HOME");
+    qputenv("XDG_DATA_HOME", data.path().toUtf8());
+    ShellHarness s;
+    s.launch();
+    auto* section = s.view()->page(SettingsTab::players)->findChild<OtherPlayersSection*>();
+    ASSERT_TRUE(section);
+    EXPECT_EQ(section->rowCount(), 0u);
+    EXPECT_TRUE(section->allPlayersSwitch()->isChecked());
+
+    s.h.playback->playerSeen(PlaybackPlayer::other("org.example.Player", "Example"));
+    s.h.playback->playerSeen(PlaybackPlayer::other("not.installed", "Not Installed"));
+    drainEvents();
+    ASSERT_EQ(section->rowCount(), 2u);
+    EXPECT_EQ(section->playerTitle("org.example.Player"), QStringLiteral("Example Player"));
+    EXPECT_EQ(section->playerTitle("not.installed"), QStringLiteral("not.installed"));
+    ASSERT_TRUE(section->playerToggle("org.example.Player"));
+    EXPECT_TRUE(section->playerToggle("org.example.Player")->isChecked());
+
+    section->playerToggle("org.example.Player")->click();
+    drainEvents();
+    EXPECT_FALSE(s.h.app->preferences().otherPlayerEnabled("org.example.Player"));
+    EXPECT_FALSE(section->playerToggle("org.example.Player")->isChecked());
+
+    section->allPlayersSwitch()->click();
+    drainEvents();
+    EXPECT_FALSE(s.h.app->preferences().otherPlayersEnabled());
+    EXPECT_FALSE(section->playerToggle("not.installed")->isEnabled());
+    if (oldDataHome.isNull()) {
+        qunsetenv("XDG_DATA_HOME");
+    } else {
+        qputenv("XDG_DATA_HOME", oldDataHome);
+    }
 }
 
 TEST(SettingsWindow, RetryIsDisabledWithoutAudioResponseWhilePermissionsStayUsable) {

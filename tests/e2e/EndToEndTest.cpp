@@ -209,6 +209,25 @@ TEST_F(EndToEnd, MusicShowsTheWaveAndPausingHidesIt) {
     EXPECT_TRUE(waitForMenuLabel("Audio Analysis: Waiting for Playback"));
 }
 
+TEST_F(EndToEnd, AnOtherPlayerShowsTheWaveUnderItsOwnNameAndIsRemembered) {
+    ASSERT_TRUE(desktop.pulse());
+    sound = std::make_unique<PulsePlayer>(PulsePlayer::musicLike());
+    ASSERT_TRUE(sound->waitUntilPlaying(10s)) << sound->why();
+    TestPlayerProcess music(desktop.bus().address(),
+                            {"--name", "Music", "--identity", "Music", "--desktop-entry", "org.gnome.Music",
+                             "--status", "Playing", "--volume", "0.8"});
+    ASSERT_TRUE(music.isReady()) << music.error();
+    // GNOME Music is "Music", not Apple Music.
+    ASSERT_TRUE(waitForMenuLabel("Music: Playing")) << menuLabel("Music").toStdString();
+    EXPECT_TRUE(waitForOverlay(true));
+    EXPECT_TRUE(waitFor([&] { return storedSetting("seenOtherPlayers").toString() == "org.gnome.Music"; }))
+        << storedSetting("seenOtherPlayers").toString().toStdString();
+
+    ASSERT_TRUE(music.command("pause"));
+    EXPECT_TRUE(waitForMenuLabel("Music: Paused"));
+    EXPECT_TRUE(waitForOverlay(false));
+}
+
 TEST_F(EndToEnd, MenuChoicesChangeTheSettingsFileAndTheWindow) {
     startMusic();
     ASSERT_TRUE(waitForOverlay(true));

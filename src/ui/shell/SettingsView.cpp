@@ -22,6 +22,7 @@
 
 #include "core/app/SettingsTable.h"
 #include "ui/shell/ChoiceGroup.h"
+#include "ui/shell/OtherPlayersSection.h"
 #include "ui/shell/SwatchButton.h"
 #include "ui/shell/SymbolIcon.h"
 #include "ui/shell/WavePreview.h"
@@ -346,6 +347,8 @@ QWidget* SettingsView::makePlayersTab() {
     // Players beyond the four above get their own section here.
     auto* others = new QWidget;
     otherPlayersSlot_ = column(others);
+    otherPlayersSlot_->addWidget(
+        new OtherPlayersSection(preferences_, actions_.setOtherPlayersEnabled, actions_.setOtherPlayerEnabled));
     return scrollingPage({section(settingTitle(SettingKey::enabledPlayers), list), others});
 }
 
