@@ -80,10 +80,12 @@ AppFactories DesktopApp::makeFactories() {
     factories.makeStatusMenu = [](MenuCommandHandler handler) -> std::unique_ptr<StatusMenuPresenting> {
         return std::make_unique<TrayMenu>(std::move(handler));
     };
-    factories.makePlaybackMonitor = [this](EnabledPlayersSupplier enabledPlayers,
-                                           SnapshotCallback snapshotDidChange) -> std::unique_ptr<PlaybackMonitoring> {
-        return makeLinuxPlaybackMonitor(std::move(enabledPlayers), std::move(snapshotDidChange), outputVolume_,
-                                        mainQueue_);
+    factories.makePlaybackMonitor = [this](EnabledPlayersSupplier enabledPlayers, SnapshotCallback snapshotDidChange,
+                                           PlayerSeenCallback playerSeen) -> std::unique_ptr<PlaybackMonitoring> {
+        return std::make_unique<LinuxPlaybackMonitor>(
+            LinuxPlaybackMonitor::Callbacks{std::move(enabledPlayers), std::move(snapshotDidChange),
+                                            std::move(playerSeen)},
+            outputVolume_);
     };
     factories.makeAudioLevelMonitor = [this](FrameCallback frameDidChange,
                                              FailureCallback captureDidFail) -> std::unique_ptr<AudioLevelMonitoring> {

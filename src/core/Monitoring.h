@@ -6,18 +6,15 @@
 
 namespace lorvane {
 
-// Polls the players every half second and reports changed playback snapshots.
+// Follows the players and reports each playback snapshot that differs from the last one reported.
 class PlaybackMonitoring {
 public:
     virtual ~PlaybackMonitoring() = default;
+    // Begins following the players. When already started, decides again at once (the enabled
+    // players may have changed); readings already known are kept.
     virtual void start() = 0;
+    // Ends following; nothing is reported afterwards. The last snapshot reported is kept.
     virtual void stop() = 0;
-    virtual void checkPlaybackState() = 0;
-    // Moving the generation makes any outstanding now-playing answer stale.
-    virtual std::int64_t queryGeneration() const = 0;
-    virtual void setQueryGeneration(std::int64_t generation) = 0;
-    virtual bool queryIsInFlight() const = 0;
-    virtual void setQueryIsInFlight(bool inFlight) = 0;
 };
 
 // One capture run of system audio: frames and at most one failure arrive on the main thread

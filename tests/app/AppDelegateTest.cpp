@@ -47,10 +47,14 @@ TEST(AppDelegateLaunch, SettingsWindowIsSeededWithTheLoginItemState) {
 TEST(AppDelegateLaunch, PlaybackMonitorReadsTheEnabledPlayersAfresh) {
     AppHarness h;
     h.launch();
-    EXPECT_EQ(h.playback->enabledPlayers().size(), 4u);
+    EXPECT_EQ(h.playback->enabledPlayers(), EnabledPlayers::all());
     h.app->setPlayer(MusicPlayer::qqMusic, false);
-    EXPECT_EQ(h.playback->enabledPlayers(), (MusicPlayerSet{MusicPlayer::appleMusic, MusicPlayer::netEaseMusic,
-                                                            MusicPlayer::spotify}));
+    EXPECT_EQ(h.playback->enabledPlayers().named, (MusicPlayerSet{MusicPlayer::appleMusic, MusicPlayer::netEaseMusic,
+                                                                  MusicPlayer::spotify}));
+    h.app->setOtherPlayersEnabled(false);
+    h.app->setOtherPlayerEnabled("org.gnome.Music", false);
+    EXPECT_FALSE(h.playback->enabledPlayers().otherPlayers);
+    EXPECT_EQ(h.playback->enabledPlayers().disabledOtherPlayers, std::set<std::string>{"org.gnome.Music"});
 }
 
 TEST(AppDelegateLaunch, CallbacksDoNothingOnceTheControllerIsGone) {
@@ -67,6 +71,8 @@ TEST(AppDelegateLaunch, CallbacksDoNothingOnceTheControllerIsGone) {
     h.app.reset();
 
     EXPECT_TRUE(enabledPlayers().empty());
+    auto playerSeen = playback->playerSeen;
+    playerSeen(PlaybackPlayer::other("vlc", "VLC media player"));
     snapshotDidChange({MusicPlayer::spotify, MusicPlaybackState::paused, 0.1});
     run->frameDidChange({0.5, 1, 0, {}});
     run->captureDidFail(AudioCaptureFailure::unavailable);
@@ -402,8 +408,6 @@ TEST_F(AppDelegateTest, RetryDoesNothingWithoutAudioResponseOrPlayback) {
 
 TEST_F(AppDelegateTest, DisablingThePlayingPlayerHidesTheOverlayAtOnce) {
     h.play(MusicPlayer::spotify, 0.5);
-    h.playback->generation = 41;
-    h.playback->inFlight = true;
     h.journal.clear();
     h.settings->actions.setPlayerEnabled(MusicPlayer::spotify, false);
     EXPECT_FALSE(h.overlay->visible);
@@ -412,23 +416,47 @@ TEST_F(AppDelegateTest, DisablingThePlayingPlayerHidesTheOverlayAtOnce) {
     EXPECT_EQ(app().currentPlaybackState(), MusicPlaybackState::notRunning);
     EXPECT_EQ(app().visualizerModel().fallbackLevel(), 0.0);
     EXPECT_EQ(h.menuState().playbackStatusTitle, "Music Player: Not Running");
-    EXPECT_EQ(h.playback->generation, 42);
-    EXPECT_FALSE(h.playback->inFlight);
-    EXPECT_EQ(h.journal.calls.back(), "playback.check");
+    // The monitor decides again at once, with the new set.
+    EXPECT_EQ(h.journal.calls.back(), "playback.start");
     EXPECT_FALSE(app().preferences().enabledPlayers().contains(MusicPlayer::spotify));
 }
 
-TEST_F(AppDelegateTest, DisablingAnotherPlayerOnlyRestartsTheQuery) {
+TEST_F(AppDelegateTest, DisablingAnotherPlayerOnlyAsksTheMonitorToDecideAgain) {
     h.play(MusicPlayer::spotify, 0.5);
-    h.playback->inFlight = true;
+    h.journal.clear();
     app().setPlayer(MusicPlayer::appleMusic, false);
     EXPECT_TRUE(h.overlay->visible);
     EXPECT_TRUE(monitorLive());
-    EXPECT_EQ(h.playback->generation, 1);
-    EXPECT_FALSE(h.playback->inFlight);
+    EXPECT_EQ(h.journal.calls, std::vector<std::string>{"playback.start"});
     app().setPlayer(MusicPlayer::appleMusic, true);
-    EXPECT_EQ(h.playback->generation, 2);
     EXPECT_EQ(app().preferences().enabledPlayers().size(), 4u);
+}
+
+TEST_F(AppDelegateTest, OtherPlayerIsNamedInTheMenuAndDisablingItHidesTheOverlay) {
+    const auto vlc = PlaybackPlayer::other("vlc", "VLC media player");
+    h.playback->snapshotDidChange({vlc, MusicPlaybackState::playing, 0.5});
+    EXPECT_TRUE(h.overlay->visible);
+    EXPECT_EQ(h.menuState().playbackStatusTitle, "VLC media player: Playing");
+    app().setOtherPlayerEnabled("elisa", false);  // another player: nothing changes
+    EXPECT_TRUE(h.overlay->visible);
+    app().setOtherPlayerEnabled("vlc", false);
+    EXPECT_FALSE(h.overlay->visible);
+    EXPECT_EQ(h.menuState().playbackStatusTitle, "Music Player: Not Running");
+    app().setOtherPlayerEnabled("vlc", true);
+    h.playback->snapshotDidChange({vlc, MusicPlaybackState::paused, 0.5});
+    EXPECT_EQ(h.menuState().playbackStatusTitle, "VLC media player: Paused");
+    app().setOtherPlayersEnabled(false);
+    EXPECT_EQ(app().currentMusicPlayer(), std::nullopt);
+}
+
+TEST_F(AppDelegateTest, SeenOtherPlayersAreRememberedByDesktopEntryOnly) {
+    h.playback->playerSeen(PlaybackPlayer::other("org.gnome.Music", "Music"));
+    h.playback->playerSeen(PlaybackPlayer::other("org.gnome.Music", "Music"));
+    h.playback->playerSeen(PlaybackPlayer::other("", "Some Player"));  // nothing to remember it by
+    h.playback->playerSeen(MusicPlayer::spotify);                      // listed anyway
+    EXPECT_EQ(app().preferences().seenOtherPlayers(), std::vector<std::string>{"org.gnome.Music"});
+    EXPECT_EQ(h.store->stringArray(OverlayPreferences::seenOtherPlayersKey),
+              std::vector<std::string>{"org.gnome.Music"});
 }
 
 TEST_F(AppDelegateTest, EnablingThePlayingPlayerSendsNoSyntheticSnapshot) {
@@ -436,18 +464,6 @@ TEST_F(AppDelegateTest, EnablingThePlayingPlayerSendsNoSyntheticSnapshot) {
     app().setPlayer(MusicPlayer::spotify, true);
     EXPECT_TRUE(h.overlay->visible);
     EXPECT_EQ(app().currentPlaybackState(), MusicPlaybackState::playing);
-}
-
-TEST(AppDelegateDeathTest, AnOverflowingQueryGenerationIsFatal) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_DEATH(
-        {
-            AppHarness h;
-            h.launch();
-            h.playback->generation = std::numeric_limits<std::int64_t>::max();
-            h.app->setPlayer(MusicPlayer::spotify, false);
-        },
-        "");
 }
 
 // MARK: Display setters

@@ -78,20 +78,18 @@ private:
 
 class FakePlaybackMonitor final : public PlaybackMonitoring {
 public:
-    FakePlaybackMonitor(Journal& journal, EnabledPlayersSupplier players, SnapshotCallback callback)
-        : enabledPlayers(std::move(players)), snapshotDidChange(std::move(callback)), journal_(journal) {}
+    FakePlaybackMonitor(Journal& journal, EnabledPlayersSupplier players, SnapshotCallback callback,
+                        PlayerSeenCallback seen)
+        : enabledPlayers(std::move(players)),
+          snapshotDidChange(std::move(callback)),
+          playerSeen(std::move(seen)),
+          journal_(journal) {}
     void start() override { journal_.note("playback.start"); }
     void stop() override { journal_.note("playback.stop"); }
-    void checkPlaybackState() override { journal_.note("playback.check"); }
-    std::int64_t queryGeneration() const override { return generation; }
-    void setQueryGeneration(std::int64_t value) override { generation = value; }
-    bool queryIsInFlight() const override { return inFlight; }
-    void setQueryIsInFlight(bool value) override { inFlight = value; }
 
     EnabledPlayersSupplier enabledPlayers;
     SnapshotCallback snapshotDidChange;
-    std::int64_t generation = 0;
-    bool inFlight = false;
+    PlayerSeenCallback playerSeen;
 
 private:
     Journal& journal_;
@@ -213,9 +211,11 @@ public:
             menu = made.get();
             return made;
         };
-        environment.factories.makePlaybackMonitor = [this](EnabledPlayersSupplier players, SnapshotCallback callback) {
+        environment.factories.makePlaybackMonitor = [this](EnabledPlayersSupplier players, SnapshotCallback callback,
+                                                           PlayerSeenCallback seen) {
             journal.note("make.playback");
-            auto made = std::make_unique<FakePlaybackMonitor>(journal, std::move(players), std::move(callback));
+            auto made =
+                std::make_unique<FakePlaybackMonitor>(journal, std::move(players), std::move(callback), std::move(seen));
             playback = made.get();
             return made;
         };

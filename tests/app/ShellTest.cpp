@@ -6,6 +6,9 @@
 #include <QAction>
 #include <QCheckBox>
 #include <QDir>
+#include <QGroupBox>
+#include <QFile>
+#include <QTemporaryDir>
 #include <QImage>
 #include <QLabel>
 #include <QMenu>
@@ -21,7 +24,8 @@
 #include "app/QtTestEnvironment.h"
 #include "core/app/SettingsText.h"
 #include "ui/shell/MessageBoxAlert.h"
-#include "ui/shell/SegmentedPicker.h"
+#include "ui/shell/ChoiceGroup.h"
+#include "ui/shell/OtherPlayersSection.h"
 #include "ui/shell/SettingsView.h"
 #include "ui/shell/SettingsWindow.h"
 #include "ui/shell/SwatchButton.h"
@@ -330,10 +334,10 @@ TEST(SettingsWindow, DisplayTogglesReadAndWriteThroughTheController) {
 TEST(SettingsWindow, PositionPickerIsDisabledInFogButKeepsTheStoredPosition) {
     ShellHarness s;
     s.launch();
-    auto pickers = s.view()->findChildren<SegmentedPicker*>();
-    SegmentedPicker* mode = nullptr;
-    SegmentedPicker* position = nullptr;
-    for (SegmentedPicker* picker : pickers) {
+    auto pickers = s.view()->findChildren<ChoiceGroup*>();
+    ChoiceGroup* mode = nullptr;
+    ChoiceGroup* position = nullptr;
+    for (ChoiceGroup* picker : pickers) {
         if (picker->accessibleName() == "Display Mode") mode = picker;
         if (picker->accessibleName() == "Position") position = picker;
     }
@@ -391,6 +395,48 @@ TEST(SettingsWindow, PlayerTogglesFollowTheEnabledSet) {
     EXPECT_FALSE(s.h.app->preferences().enabledPlayers().contains(MusicPlayer::spotify));
     EXPECT_FALSE(s.h.overlay->visible);
     EXPECT_FALSE(s.playerToggle(MusicPlayer::spotify)->isChecked());
+}
+
+TEST(SettingsWindow, OtherPlayersSectionListsANewlySeenPlayerWithoutARestart) {
+    QTemporaryDir data;
+    ASSERT_TRUE(QDir(data.path()).mkpath(QStringLiteral("applications")));
+    {
+        QFile entry(data.filePath(QStringLiteral("applications/org.example.Player.desktop")));
+        ASSERT_TRUE(entry.open(QIODevice::WriteOnly));
+        entry.write("[Desktop Entry]\nType=Application\nName=Example Player\nIcon=audio-x-generic\n");
+    }
+    const QByteArray oldDataHome = qgetenv("XDG_DATA_HOME");
+    qputenv("XDG_DATA_HOME", data.path().toUtf8());
+    ShellHarness s;
+    s.launch();
+    auto* section = s.view()->page(SettingsTab::players)->findChild<OtherPlayersSection*>();
+    ASSERT_TRUE(section);
+    EXPECT_EQ(section->rowCount(), 0u);
+    EXPECT_TRUE(section->allPlayersSwitch()->isChecked());
+
+    s.h.playback->playerSeen(PlaybackPlayer::other("org.example.Player", "Example"));
+    s.h.playback->playerSeen(PlaybackPlayer::other("not.installed", "Not Installed"));
+    drainEvents();
+    ASSERT_EQ(section->rowCount(), 2u);
+    EXPECT_EQ(section->playerTitle("org.example.Player"), QStringLiteral("Example Player"));
+    EXPECT_EQ(section->playerTitle("not.installed"), QStringLiteral("not.installed"));
+    ASSERT_TRUE(section->playerToggle("org.example.Player"));
+    EXPECT_TRUE(section->playerToggle("org.example.Player")->isChecked());
+
+    section->playerToggle("org.example.Player")->click();
+    drainEvents();
+    EXPECT_FALSE(s.h.app->preferences().otherPlayerEnabled("org.example.Player"));
+    EXPECT_FALSE(section->playerToggle("org.example.Player")->isChecked());
+
+    section->allPlayersSwitch()->click();
+    drainEvents();
+    EXPECT_FALSE(s.h.app->preferences().otherPlayersEnabled());
+    EXPECT_FALSE(section->playerToggle("not.installed")->isEnabled());
+    if (oldDataHome.isNull()) {
+        qunsetenv("XDG_DATA_HOME");
+    } else {
+        qputenv("XDG_DATA_HOME", oldDataHome);
+    }
 }
 
 TEST(SettingsWindow, RetryIsDisabledWithoutAudioResponseWhilePermissionsStayUsable) {
@@ -517,6 +563,7 @@ TEST(SettingsWindow, ScreenshotsOfTheFourTabsShowTheirKeyTexts) {
             if (!widget->isVisibleTo(s.window)) continue;
             if (auto* label = qobject_cast<QLabel*>(widget)) shown << label->text();
             if (auto* button = qobject_cast<QAbstractButton*>(widget)) shown << button->text();
+            if (auto* box = qobject_cast<QGroupBox*>(widget)) shown << box->title();
         }
         for (const QString& text : texts) EXPECT_TRUE(shown.contains(text)) << rawValue(tab) << ": " << text.toStdString();
     }

@@ -262,3 +262,89 @@ TEST(OverlayPreferencesChanges, KeysRawValuesAreTheStoreKeys) {
     EXPECT_EQ(rawValue(PreferenceKey::enabledPlayers), "enabledMusicPlayers");
     EXPECT_STREQ(OverlayPreferences::autoShowKey, "autoShow");
 }
+
+// MARK: Other players and hand-edited player lists
+
+TEST(OverlayPreferencesPlayers, AListOfNothingButUnknownWordsReadsAsAllPlayersNotNone) {
+    Fixture f;
+    f.store->setStringArray(OverlayPreferences::enabledPlayersKey, {"true"});
+    EXPECT_EQ(f.preferences()->enabledPlayers(), allPlayers);
+    f.store->setStringArray(OverlayPreferences::enabledPlayersKey, {"Spotify", "winamp"});
+    EXPECT_EQ(f.preferences()->enabledPlayers(), allPlayers);
+    f.store->setStringArray(OverlayPreferences::enabledPlayersKey, {});
+    EXPECT_TRUE(f.preferences()->enabledPlayers().empty()) << "an empty list is the user's choice";
+    f.store->setBool(OverlayPreferences::enabledPlayersKey, true);
+    EXPECT_EQ(f.preferences()->enabledPlayers(), allPlayers);
+}
+
+TEST(OverlayPreferencesPlayers, OtherPlayersAreEnabledByDefaultAndOddValuesKeepTheDefault) {
+    Fixture f;
+    auto p = f.preferences();
+    EXPECT_TRUE(p->otherPlayersEnabled());
+    EXPECT_TRUE(p->disabledOtherPlayers().empty());
+    EXPECT_TRUE(p->seenOtherPlayers().empty());
+    EXPECT_EQ(p->enabledPlayerChoice(), EnabledPlayers::all());
+    for (const char* odd : {"maybe", "", "yes", "1"}) {
+        f.store->setString(OverlayPreferences::otherPlayersEnabledKey, odd);
+        EXPECT_TRUE(f.preferences()->otherPlayersEnabled()) << odd;
+    }
+    for (const char* off : {"false", "FALSE", "no", "0", "off"}) {
+        f.store->setString(OverlayPreferences::otherPlayersEnabledKey, off);
+        EXPECT_FALSE(f.preferences()->otherPlayersEnabled()) << off;
+    }
+    f.store->setStringArray(OverlayPreferences::otherPlayersEnabledKey, {"x"});
+    EXPECT_TRUE(f.preferences()->otherPlayersEnabled());
+}
+
+TEST(OverlayPreferencesPlayers, OtherPlayerSwitchesAreStoredByDesktopEntryAndReadBack) {
+    Fixture f;
+    {
+        auto p = f.preferences();
+        p->setOtherPlayerEnabled("vlc", false);
+        p->setOtherPlayerEnabled("org.gnome.Music", false);
+        p->setOtherPlayerEnabled("vlc", true);
+        p->setOtherPlayersEnabled(false);
+        EXPECT_FALSE(p->enabledPlayerChoice().contains(PlaybackPlayer::other("vlc", "VLC")));
+    }
+    EXPECT_EQ(f.store->stringArray(OverlayPreferences::disabledOtherPlayersKey),
+              std::vector<std::string>{"org.gnome.Music"});
+    auto p = f.preferences();
+    EXPECT_FALSE(p->otherPlayersEnabled());
+    EXPECT_FALSE(p->otherPlayerEnabled("org.gnome.Music"));
+    EXPECT_TRUE(p->otherPlayerEnabled("vlc"));
+    EXPECT_EQ(p->enabledPlayers(), allPlayers) << "the named players' key is untouched";
+    EXPECT_FALSE(f.store->object(OverlayPreferences::enabledPlayersKey));
+}
+
+TEST(OverlayPreferencesPlayers, SeenPlayersAreRememberedOnceBoundedAndInOrder) {
+    Fixture f;
+    auto p = f.preferences();
+    int changes = 0;
+    p->objectWillChange.connect([&] { ++changes; });
+    p->noteSeenOtherPlayer("org.gnome.Music");
+    const auto writes = f.store->writeCount();
+    p->noteSeenOtherPlayer("org.gnome.Music");
+    EXPECT_EQ(f.store->writeCount(), writes) << "a known player writes nothing";
+    EXPECT_EQ(changes, 1);
+    p->noteSeenOtherPlayer("");
+    p->noteSeenOtherPlayer(std::string(5000, 'x'));
+    EXPECT_EQ(p->seenOtherPlayers().back().size(), maxForeignTextBytes);
+    for (int i = 0; i < 100; ++i) p->noteSeenOtherPlayer("player" + std::to_string(i));
+    EXPECT_EQ(p->seenOtherPlayers().size(), OverlayPreferences::maxSeenOtherPlayers);
+    EXPECT_EQ(p->seenOtherPlayers().back(), "player99");
+    EXPECT_EQ(f.preferences()->seenOtherPlayers(), p->seenOtherPlayers());
+}
+
+TEST(OverlayPreferencesPlayers, HandEditedSeenListsDropEmptiesDuplicatesAndExcess) {
+    Fixture f;
+    std::vector<std::string> stored{"vlc", "", "vlc", "org.kde.elisa"};
+    for (int i = 0; i < 200; ++i) stored.push_back("p" + std::to_string(i));
+    f.store->setStringArray(OverlayPreferences::seenOtherPlayersKey, stored);
+    const auto seen = f.preferences()->seenOtherPlayers();
+    EXPECT_EQ(seen.size(), OverlayPreferences::maxSeenOtherPlayers);
+    EXPECT_EQ(seen.back(), "p199");
+    f.store->setBool(OverlayPreferences::seenOtherPlayersKey, true);
+    EXPECT_TRUE(f.preferences()->seenOtherPlayers().empty());
+    f.store->setString(OverlayPreferences::seenOtherPlayersKey, "oops");
+    EXPECT_TRUE(f.preferences()->seenOtherPlayers().empty());
+}

@@ -145,16 +145,21 @@ TEST_F(EndToEnd, TheTrayIsExportedWithTheWholeMenu) {
     EXPECT_EQ(menu->find("Color")->childLabels().size(), 19);
 }
 
-TEST_F(EndToEnd, TheSettingsWindowOpensOnceAtLaunchOnEveryDesktop) {
+TEST_F(EndToEnd, TheSettingsWindowOpensOnceAtLaunchOnTheCurrentDesktop) {
     ASSERT_TRUE(waitFor([&] { return desktop.windowsNamed(settingsTitle, true).size() == 1; }));
     const unsigned long window = desktop.windowsNamed(settingsTitle, true).front();
     const auto geometry = desktop.geometry(window);
     ASSERT_TRUE(geometry);
     EXPECT_EQ(geometry->width, 620);
     EXPECT_EQ(geometry->height, 470);
-    // openbox shows "on all desktops" as desktop 0xFFFFFFFF.
-    EXPECT_NE(desktop.property(window, "_NET_WM_DESKTOP").find("= 4294967295"), std::string::npos)
-        << desktop.property(window, "_NET_WM_DESKTOP");
+    // Like any window, on the desktop the user is on (openbox would show "all desktops" as 0xFFFFFFFF).
+    const std::string current = desktop.x().run({"xprop", "-root", "_NET_CURRENT_DESKTOP"}).output;
+    const auto equals = current.find("= ");
+    ASSERT_NE(equals, std::string::npos) << current;
+    const std::string expected = "= " + std::to_string(std::stoul(current.substr(equals + 2)));
+    EXPECT_TRUE(waitFor([&] { return desktop.property(window, "_NET_WM_DESKTOP").find(expected) != std::string::npos; }))
+        << desktop.property(window, "_NET_WM_DESKTOP") << " vs " << current;
+    EXPECT_EQ(desktop.property(window, "_NET_WM_DESKTOP").find("4294967295"), std::string::npos);
     EXPECT_NE(desktop.property(window, "WM_CLASS").find("\"lorvane\""), std::string::npos);
 }
 
@@ -202,6 +207,25 @@ TEST_F(EndToEnd, MusicShowsTheWaveAndPausingHidesIt) {
     EXPECT_TRUE(waitForMenuLabel("Spotify: Paused"));
     EXPECT_TRUE(waitForOverlay(false));
     EXPECT_TRUE(waitForMenuLabel("Audio Analysis: Waiting for Playback"));
+}
+
+TEST_F(EndToEnd, AnOtherPlayerShowsTheWaveUnderItsOwnNameAndIsRemembered) {
+    ASSERT_TRUE(desktop.pulse());
+    sound = std::make_unique<PulsePlayer>(PulsePlayer::musicLike());
+    ASSERT_TRUE(sound->waitUntilPlaying(10s)) << sound->why();
+    TestPlayerProcess music(desktop.bus().address(),
+                            {"--name", "Music", "--identity", "Music", "--desktop-entry", "org.gnome.Music",
+                             "--status", "Playing", "--volume", "0.8"});
+    ASSERT_TRUE(music.isReady()) << music.error();
+    // GNOME Music is "Music", not Apple Music.
+    ASSERT_TRUE(waitForMenuLabel("Music: Playing")) << menuLabel("Music").toStdString();
+    EXPECT_TRUE(waitForOverlay(true));
+    EXPECT_TRUE(waitFor([&] { return storedSetting("seenOtherPlayers").toString() == "org.gnome.Music"; }))
+        << storedSetting("seenOtherPlayers").toString().toStdString();
+
+    ASSERT_TRUE(music.command("pause"));
+    EXPECT_TRUE(waitForMenuLabel("Music: Paused"));
+    EXPECT_TRUE(waitForOverlay(false));
 }
 
 TEST_F(EndToEnd, MenuChoicesChangeTheSettingsFileAndTheWindow) {

@@ -5,7 +5,7 @@
 // Command line:
 //   lorvane-test-mpris-player --name NAME [--identity TEXT] [--desktop-entry TEXT]
 //                             [--status Playing|Paused|Stopped] [--volume 0..1] [--no-volume]
-//                             [--deny] [--hang]
+//                             [--deny] [--hang] [--wrong-types]
 //   --name           bus name suffix: owns org.mpris.MediaPlayer2.NAME (required)
 //   --identity       the Identity property (default "Test Player")
 //   --desktop-entry  the DesktopEntry property (absent unless given)
@@ -28,6 +28,13 @@
 //                                       interface, Identity and DesktopEntry still answer)
 //   hang | respond                      stop / resume answering MPRIS calls at all (calls that
 //                                       arrive while hanging are never answered)
+//   wrong-types on|off                  answer and announce every property with a wrong D-Bus type
+//                                       (status and desktop entry as numbers, volume as text,
+//                                       identity as a list)
+//   identity-size N                     set Identity to a new text of N characters and announce it
+//   identity-churn N RATE | off         do identity-size N RATE times a second until told off
+//   names add N | names remove          own N more names NAME.extraK (answering like this player),
+//                                       or give them all up again
 //   release                             give up the bus name but keep running
 //   quit                                exit
 // End of standard input is not a command: the player keeps running until told or killed.
@@ -41,8 +48,10 @@
 #include <QDBusVirtualObject>
 #include <QSocketNotifier>
 #include <QStringList>
+#include <QTimer>
 #include <QVariantMap>
 #include <cstdio>
+#include <utility>
 #include <optional>
 #include <unistd.h>
 
@@ -115,8 +124,19 @@ public:
     bool emitsSignals = true;
     bool denies = false;
     bool hangs = false;
+    bool wrongTypes = false;
+    QStringList extraNames;
 
-    explicit TestPlayer(QDBusConnection bus) : bus_(std::move(bus)) {}
+    explicit TestPlayer(QDBusConnection bus) : bus_(std::move(bus)) {
+        QObject::connect(&churn_, &QTimer::timeout, [this] { setIdentitySize(churnSize_); });
+    }
+
+    void setIdentitySize(qsizetype size) {
+        // A new text each time, so nothing on the other side can share it with the last one.
+        const QString tag = QString::number(++identitySerial_);
+        identity = tag + QString(qMax<qsizetype>(0, size - tag.size()), QLatin1Char('I'));
+        announce(rootInterface, {{QStringLiteral("Identity"), identity}});
+    }
 
     QVariantMap rootProperties() const {
         QVariantMap map{{QStringLiteral("CanQuit"), true},
@@ -126,6 +146,10 @@ public:
                         {QStringLiteral("SupportedUriSchemes"), QStringList()},
                         {QStringLiteral("SupportedMimeTypes"), QStringList()}};
         if (desktopEntry) map.insert(QStringLiteral("DesktopEntry"), *desktopEntry);
+        if (wrongTypes) {
+            map.insert(QStringLiteral("Identity"), QStringList{identity, identity});
+            map.insert(QStringLiteral("DesktopEntry"), 7);
+        }
         return map;
     }
 
@@ -148,6 +172,10 @@ public:
                         {QStringLiteral("CanSeek"), false},
                         {QStringLiteral("CanControl"), true}};
         if (volume) map.insert(QStringLiteral("Volume"), *volume);
+        if (wrongTypes) {
+            map.insert(QStringLiteral("PlaybackStatus"), 42);
+            map.insert(QStringLiteral("Volume"), QStringLiteral("loud"));
+        }
         return map;
     }
 
@@ -204,6 +232,47 @@ public:
             hangs = true;
         } else if (word == QLatin1String("respond")) {
             hangs = false;
+        } else if (word == QLatin1String("wrong-types")) {
+            if (rest != QLatin1String("on") && rest != QLatin1String("off")) return QStringLiteral("error: wrong-types on|off");
+            wrongTypes = rest == QLatin1String("on");
+            if (wrongTypes) {
+                announce(playerInterface, {{QStringLiteral("PlaybackStatus"), 42},
+                                           {QStringLiteral("Volume"), QStringLiteral("loud")}});
+                announce(rootInterface, {{QStringLiteral("Identity"), QStringList{identity}},
+                                         {QStringLiteral("DesktopEntry"), 7}});
+            }
+        } else if (word == QLatin1String("identity-size")) {
+            bool ok = false;
+            const qsizetype size = rest.toLongLong(&ok);
+            if (!ok || size < 0) return QStringLiteral("error: identity-size needs a size");
+            setIdentitySize(size);
+        } else if (word == QLatin1String("identity-churn")) {
+            if (rest == QLatin1String("off")) {
+                churn_.stop();
+                return QStringLiteral("ok");
+            }
+            bool sizeOk = false;
+            bool rateOk = false;
+            churnSize_ = rest.section(QLatin1Char(' '), 0, 0).toLongLong(&sizeOk);
+            const double rate = rest.section(QLatin1Char(' '), 1, 1).toDouble(&rateOk);
+            if (!sizeOk || !rateOk || rate <= 0) return QStringLiteral("error: identity-churn SIZE RATE | off");
+            churn_.start(static_cast<int>(1000.0 / rate));
+        } else if (word == QLatin1String("names")) {
+            if (rest == QLatin1String("remove")) {
+                for (const QString& extra : std::as_const(extraNames)) bus_.unregisterService(extra);
+                extraNames.clear();
+            } else if (rest.startsWith(QLatin1String("add "))) {
+                bool ok = false;
+                const int count = rest.mid(4).toInt(&ok);
+                if (!ok || count < 0) return QStringLiteral("error: names add N");
+                for (int k = 0; k < count; ++k) {
+                    const QString extra = busName + QStringLiteral(".extra") + QString::number(extraNames.size());
+                    if (!bus_.registerService(extra)) return QStringLiteral("error: cannot own ") + extra;
+                    extraNames.push_back(extra);
+                }
+            } else {
+                return QStringLiteral("error: names add N | names remove");
+            }
         } else if (word == QLatin1String("release")) {
             bus_.unregisterService(busName);
         } else if (word == QLatin1String("quit")) {
@@ -216,6 +285,9 @@ public:
 
 private:
     QDBusConnection bus_;
+    QTimer churn_;
+    qsizetype churnSize_ = 0;
+    quint64 identitySerial_ = 0;
 };
 
 class MprisObject final : public QDBusVirtualObject {
@@ -360,6 +432,8 @@ int main(int argc, char* argv[]) {
             player.denies = true;
         } else if (option == QLatin1String("--hang")) {
             player.hangs = true;
+        } else if (option == QLatin1String("--wrong-types")) {
+            player.wrongTypes = true;
         } else {
             const auto given = value();
             if (!given) return usage("an option is missing its value");

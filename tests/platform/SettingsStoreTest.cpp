@@ -116,6 +116,36 @@ TEST_F(SettingsFile, HandWrittenWrongKindsReadAsTheirFallbacks) {
     EXPECT_EQ(readFile(), before) << "reading repairs nothing";
 }
 
+TEST_F(SettingsFile, HandWrittenPlayerValuesReadAsDefaultsNotAsNoPlayerAtAll) {
+    writeFile(
+        "[General]\n"
+        "enabledMusicPlayers=true\n"
+        "otherPlayersEnabled=perhaps\n"
+        "disabledOtherPlayers=\n"
+        "seenOtherPlayers=org.gnome.Music, vlc, , vlc\n");
+    auto p = open();
+    EXPECT_EQ(p->enabledPlayers(), allPlayers);
+    EXPECT_TRUE(p->otherPlayersEnabled());
+    EXPECT_TRUE(p->disabledOtherPlayers().empty());
+    EXPECT_EQ(p->seenOtherPlayers(), (std::vector<std::string>{"org.gnome.Music", "vlc"}));
+}
+
+TEST_F(SettingsFile, OtherPlayerChoicesSurviveARestart) {
+    {
+        auto p = open();
+        p->noteSeenOtherPlayer("org.gnome.Music");
+        p->noteSeenOtherPlayer("vlc");
+        p->setOtherPlayerEnabled("vlc", false);
+        p->setOtherPlayersEnabled(false);
+    }
+    auto p = open();
+    EXPECT_EQ(p->seenOtherPlayers(), (std::vector<std::string>{"org.gnome.Music", "vlc"}));
+    EXPECT_FALSE(p->otherPlayerEnabled("vlc"));
+    EXPECT_TRUE(p->otherPlayerEnabled("org.gnome.Music"));
+    EXPECT_FALSE(p->otherPlayersEnabled());
+    EXPECT_EQ(p->enabledPlayers(), allPlayers);
+}
+
 TEST_F(SettingsFile, GarbageFileGivesDefaultsAndIsReplacedOnlyOnTheNextAssignment) {
     QByteArray garbage;
     for (int i = 0; i < 4096; ++i) garbage.append(static_cast<char>((i * 7919 + 13) % 256));

@@ -47,14 +47,17 @@ void AppDelegate::applicationDidFinishLaunching() {
     if (factories.makePlaybackMonitor) {
         const auto alive = lifetime_.weak();
         EnabledPlayersSupplier enabledPlayers = [this, alive] {
-            if (alive.expired()) return MusicPlayerSet{};
-            return preferences_.enabledPlayers();
+            if (alive.expired()) return EnabledPlayers{{}, false, {}};
+            return preferences_.enabledPlayerChoice();
         };
         SnapshotCallback snapshotDidChange = weakly(
             this, alive, [](AppDelegate& self, const MusicPlaybackSnapshot& snapshot) {
                 self.handlePlaybackSnapshot(snapshot);
             });
-        playbackMonitor_ = factories.makePlaybackMonitor(std::move(enabledPlayers), std::move(snapshotDidChange));
+        PlayerSeenCallback playerSeen =
+            weakly(this, alive, [](AppDelegate& self, const PlaybackPlayer& player) { self.handlePlayerSeen(player); });
+        playbackMonitor_ = factories.makePlaybackMonitor(std::move(enabledPlayers), std::move(snapshotDidChange),
+                                                         std::move(playerSeen));
         if (playbackMonitor_) playbackMonitor_->start();
     }
 
@@ -107,6 +110,11 @@ SettingsActions AppDelegate::settingsActions() {
     actions.setColor = weakly(this, alive, [](AppDelegate& self, WaveColor color) { self.setColor(color); });
     actions.setPlayerEnabled = weakly(
         this, alive, [](AppDelegate& self, MusicPlayer player, bool enabled) { self.setPlayer(player, enabled); });
+    actions.setOtherPlayersEnabled =
+        weakly(this, alive, [](AppDelegate& self, bool enabled) { self.setOtherPlayersEnabled(enabled); });
+    actions.setOtherPlayerEnabled = weakly(this, alive, [](AppDelegate& self, const std::string& entry, bool enabled) {
+        self.setOtherPlayerEnabled(entry, enabled);
+    });
     actions.retryAudioCapture = weakly(this, alive, [](AppDelegate& self) { self.retryAudioCapture(); });
     actions.openAudioCaptureSettings =
         weakly(this, alive, [](AppDelegate& self) { self.openAudioCaptureSettings(); });
@@ -189,18 +197,30 @@ void AppDelegate::setColor(WaveColor color) {
 
 void AppDelegate::setPlayer(MusicPlayer player, bool enabled) {
     preferences_.setPlayer(player, enabled);
-    if (!enabled && currentMusicPlayer() == player) {
-        // Hide the overlay and stop capture now rather than at the next poll.
+    enabledPlayersDidChange();
+}
+
+void AppDelegate::setOtherPlayersEnabled(bool enabled) {
+    preferences_.setOtherPlayersEnabled(enabled);
+    enabledPlayersDidChange();
+}
+
+void AppDelegate::setOtherPlayerEnabled(const std::string& desktopEntry, bool enabled) {
+    preferences_.setOtherPlayerEnabled(desktopEntry, enabled);
+    enabledPlayersDidChange();
+}
+
+void AppDelegate::enabledPlayersDidChange() {
+    const auto& current = playbackStatus_.player();
+    if (current && !preferences_.enabledPlayerChoice().contains(*current)) {
+        // Hide the overlay and stop capture now, before the monitor decides again.
         handlePlaybackSnapshot(MusicPlaybackSnapshot::noPlayer());
     }
-    if (playbackMonitor_) {
-        std::int64_t next = 0;
-        if (__builtin_add_overflow(playbackMonitor_->queryGeneration(), std::int64_t{1}, &next)) std::abort();
-        // An answer still in flight from before the change is ignored, and a new query may start at once.
-        playbackMonitor_->setQueryGeneration(next);
-        playbackMonitor_->setQueryIsInFlight(false);
-        playbackMonitor_->checkPlaybackState();
-    }
+    if (playbackMonitor_) playbackMonitor_->start();
+}
+
+void AppDelegate::handlePlayerSeen(const PlaybackPlayer& player) {
+    if (player.isOther() && !player.desktopEntry.empty()) preferences_.noteSeenOtherPlayer(player.desktopEntry);
 }
 
 void AppDelegate::retryAudioCapture() {

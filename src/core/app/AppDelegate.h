@@ -59,6 +59,9 @@ public:
     void setPosition(OverlayPosition position);
     void setColor(WaveColor color);
     void setPlayer(MusicPlayer player, bool enabled);
+    // Other players: all at once, and one by one by desktop entry.
+    void setOtherPlayersEnabled(bool enabled);
+    void setOtherPlayerEnabled(const std::string& desktopEntry, bool enabled);
     void retryAudioCapture();
     // The sound server has (re)appeared: a capture that is backing off is retried at once.
     void soundServerDidAppear();
@@ -86,6 +89,8 @@ public:
 
     // The playback monitor's report.
     void handlePlaybackSnapshot(const MusicPlaybackSnapshot& snapshot);
+    // The playback monitor came across a player; other players are remembered for the settings.
+    void handlePlayerSeen(const PlaybackPlayer& player);
 
     // The settings window's callbacks, bound to the setters above; each does nothing once the
     // controller is gone (the login-item one then answers false).
@@ -97,7 +102,7 @@ public:
     bool hasAudioLevelMonitor() const { return audioLevelMonitor_ != nullptr; }
     std::optional<double> audioCaptureRetryAfter() const { return audioCaptureRetryAfter_; }
     const PlaybackStatus& playbackStatus() const { return playbackStatus_; }
-    std::optional<MusicPlayer> currentMusicPlayer() const { return playbackStatus_.player(); }
+    std::optional<PlaybackPlayer> currentMusicPlayer() const { return playbackStatus_.player(); }
     MusicPlaybackState currentPlaybackState() const { return playbackStatus_.state(); }
     MenuState menuState() const;
     bool launchAtLoginEnabled() const;
@@ -110,6 +115,8 @@ private:
     void dropAudioLevelMonitor();
     void updateOverlayVisibility();
     void stopBranch();
+    // After a change of the enabled players: drop a player no longer enabled at once, then decide again.
+    void enabledPlayersDidChange();
     void audioAndVisibilityStep(bool allOn);
     void frameDidChange(std::uint64_t run, const AudioVisualizationFrame& frame);
     void captureDidFail(std::uint64_t run, AudioCaptureFailureReport failure);

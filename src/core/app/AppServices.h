@@ -80,8 +80,10 @@ public:
     virtual void terminate() = 0;
 };
 
-using EnabledPlayersSupplier = std::function<MusicPlayerSet()>;
+using EnabledPlayersSupplier = std::function<EnabledPlayers()>;
 using SnapshotCallback = std::function<void(const MusicPlaybackSnapshot&)>;
+// A player the monitor has come across (enabled or not), so the settings can list it.
+using PlayerSeenCallback = std::function<void(const PlaybackPlayer&)>;
 using FrameCallback = std::function<void(const AudioVisualizationFrame&)>;
 using FailureCallback = std::function<void(AudioCaptureFailureReport)>;
 using MenuCommandHandler = std::function<void(MenuCommand, const std::optional<std::string>& representedObject)>;
@@ -95,7 +97,8 @@ struct AppFactories {
                                                             bool launchAtLoginEnabled)>
         makeSettingsWindow;
     std::function<std::unique_ptr<StatusMenuPresenting>(MenuCommandHandler)> makeStatusMenu;
-    std::function<std::unique_ptr<PlaybackMonitoring>(EnabledPlayersSupplier, SnapshotCallback)> makePlaybackMonitor;
+    std::function<std::unique_ptr<PlaybackMonitoring>(EnabledPlayersSupplier, SnapshotCallback, PlayerSeenCallback)>
+        makePlaybackMonitor;
     std::function<std::unique_ptr<AudioLevelMonitoring>(FrameCallback, FailureCallback)> makeAudioLevelMonitor;
 };
 

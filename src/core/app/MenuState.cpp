@@ -6,7 +6,7 @@
 
 namespace lorvane {
 
-std::string playbackStatusTitle(std::optional<MusicPlayer> player, MusicPlaybackState state) {
+std::string playbackStatusTitle(const std::optional<PlaybackPlayer>& player, MusicPlaybackState state) {
     std::string title(playerName(player));
     title += ": ";
     title += displayText(state);

@@ -36,7 +36,7 @@ struct MenuState {
 
 // What the controller knows at the moment of a refresh.
 struct MenuInputs {
-    std::optional<MusicPlayer> player;
+    std::optional<PlaybackPlayer> player;
     MusicPlaybackState playbackState = MusicPlaybackState::notRunning;
     AudioCaptureStatus captureStatus = AudioCaptureStatus::waiting;
     double audioLevel = 0;
@@ -46,7 +46,7 @@ struct MenuInputs {
 MenuState makeMenuState(const MenuInputs& inputs, const OverlayPreferences& preferences);
 
 // "Spotify: Playing", "Music Player: Not Running", ...
-std::string playbackStatusTitle(std::optional<MusicPlayer> player, MusicPlaybackState state);
+std::string playbackStatusTitle(const std::optional<PlaybackPlayer>& player, MusicPlaybackState state);
 // "Audio Analysis: Live 13%" while live, else "Audio Analysis: " and the status text.
 std::string audioStatusMenuTitle(AudioCaptureStatus status, double audioLevel);
 // The status in words: "Waiting for Playback", "Live Audio and Rhythm", "Fixed-Level Fallback", ...

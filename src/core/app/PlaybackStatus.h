@@ -19,11 +19,11 @@ struct EnumTraits<PlaybackStatusKey> {
 
 class PlaybackStatus {
 public:
-    std::optional<MusicPlayer> player() const { return player_; }
+    const std::optional<PlaybackPlayer>& player() const { return player_; }
     MusicPlaybackState state() const { return state_; }
 
     // Announces each part that differs, player first.
-    void update(std::optional<MusicPlayer> player, MusicPlaybackState state) {
+    void update(const std::optional<PlaybackPlayer>& player, MusicPlaybackState state) {
         const bool playerChanged = player != player_;
         const bool stateChanged = state != state_;
         player_ = player;
@@ -35,7 +35,7 @@ public:
     Signal<PlaybackStatusKey> changed;
 
 private:
-    std::optional<MusicPlayer> player_;
+    std::optional<PlaybackPlayer> player_;
     MusicPlaybackState state_ = MusicPlaybackState::notRunning;
 };
 

@@ -3,6 +3,7 @@
 // its own setters, so a change made there has exactly the effects of the same change in the tray menu.
 
 #include <functional>
+#include <string>
 
 #include "core/MusicPlayer.h"
 #include "core/OverlayPreferences.h"
@@ -19,6 +20,9 @@ struct SettingsActions {
     std::function<void(OverlayPosition)> setPosition;
     std::function<void(WaveColor)> setColor;
     std::function<void(MusicPlayer, bool)> setPlayerEnabled;
+    // Other players: the one switch for all, and one player by its desktop entry.
+    std::function<void(bool)> setOtherPlayersEnabled;
+    std::function<void(const std::string&, bool)> setOtherPlayerEnabled;
     std::function<void()> retryAudioCapture;
     std::function<void()> openAudioCaptureSettings;
     // Answers the login-item state actually reached.

@@ -2,31 +2,47 @@
 
 #include <utility>
 
-#include "platform/linux/LinuxRunningApplications.h"
-#include "platform/linux/MprisNowPlayingSource.h"
+#include "core/playback/PlaybackChoice.h"
 #include "platform/linux/MprisPlayerRegistry.h"
-#include "platform/linux/MprisPlayerStateQuery.h"
-#include "platform/linux/ProcessTable.h"
 
 namespace lorvane {
 
-PlaybackServices makeLinuxPlaybackServices(MainQueue& mainQueue, const LinuxPlaybackEnvironment& environment) {
-    const QDBusConnection bus = environment.bus ? *environment.bus : QDBusConnection::sessionBus();
-    auto registry = MprisPlayerRegistry::make(bus);
-    auto processes = std::make_shared<ProcessTable>(environment.procRoot);
-    PlaybackServices services;
-    services.nowPlayingSource = MprisNowPlayingSource::make(registry, mainQueue);
-    services.runningApplications = std::make_shared<LinuxRunningApplications>(registry, processes);
-    services.playerStateQuery = std::make_shared<MprisPlayerStateQuery>(registry, processes);
-    return services;
+LinuxPlaybackMonitor::LinuxPlaybackMonitor(Callbacks callbacks, OutputVolume& outputVolume,
+                                           std::optional<QDBusConnection> bus)
+    : callbacks_(std::move(callbacks)), outputVolume_(outputVolume), bus_(std::move(bus)) {}
+
+LinuxPlaybackMonitor::~LinuxPlaybackMonitor() = default;
+
+void LinuxPlaybackMonitor::start() {
+    if (!started_) {
+        started_ = true;
+        registry_ = MprisPlayerRegistry::make(bus_ ? *bus_ : QDBusConnection::sessionBus(), clock_);
+        if (registry_) {
+            registry_->didChange = [this] { decide(); };
+            registry_->playerIdentified = [this](const PlaybackPlayer& player) {
+                if (callbacks_.playerSeen) callbacks_.playerSeen(player);
+            };
+        }
+    }
+    decide();
 }
 
-std::unique_ptr<MusicPlaybackMonitor> makeLinuxPlaybackMonitor(
-    std::function<MusicPlayerSet()> enabledPlayers, std::function<void(const MusicPlaybackSnapshot&)> snapshotDidChange,
-    OutputVolume& outputVolume, MainQueue& mainQueue, const LinuxPlaybackEnvironment& environment) {
-    return std::make_unique<MusicPlaybackMonitor>(std::move(enabledPlayers), std::move(snapshotDidChange),
-                                                  makeLinuxPlaybackServices(mainQueue, environment), outputVolume,
-                                                  mainQueue);
+void LinuxPlaybackMonitor::stop() {
+    started_ = false;
+    // Outstanding calls die with the registry; their answers reach nobody.
+    registry_.reset();
+}
+
+void LinuxPlaybackMonitor::decide() {
+    if (!started_) return;
+    const EnabledPlayers enabled = callbacks_.enabledPlayers ? callbacks_.enabledPlayers() : EnabledPlayers{};
+    MusicPlaybackSnapshot snapshot = MusicPlaybackSnapshot::noPlayer();
+    if (registry_ && !enabled.empty()) {
+        snapshot = playbackSnapshot(registry_->readings(), enabled, outputVolume_.systemOutputVolume());
+    }
+    if (lastSnapshot_ && *lastSnapshot_ == snapshot) return;
+    lastSnapshot_ = snapshot;
+    if (callbacks_.snapshotDidChange) callbacks_.snapshotDidChange(snapshot);
 }
 
 }  // namespace lorvane

@@ -5,7 +5,11 @@
 #include <QDBusPendingCallWatcher>
 #include <QDBusVariant>
 #include <QObject>
+#include <string>
+#include <string_view>
 #include <utility>
+
+#include "core/MusicPlayer.h"
 
 namespace lorvane::mpris {
 
@@ -59,7 +63,26 @@ std::optional<QString> stringProperty(const QVariantMap& properties, const QStri
     if (found == properties.constEnd()) return std::nullopt;
     const QVariant value = unwrapped(found.value());
     if (value.metaType() != QMetaType::fromType<QString>()) return std::nullopt;
-    return value.toString();
+    return boundedText(value.toString());
+}
+
+std::optional<double> doubleProperty(const QVariantMap& properties, const QString& name) {
+    const auto found = properties.constFind(name);
+    if (found == properties.constEnd()) return std::nullopt;
+    const QVariant value = unwrapped(found.value());
+    if (value.metaType() != QMetaType::fromType<double>()) return std::nullopt;
+    return value.toDouble();
+}
+
+QString boundedText(const QString& text) {
+    // A UTF-16 unit gives at most three UTF-8 bytes, so this much is always enough to fill the bound.
+    constexpr qsizetype units = static_cast<qsizetype>(maxForeignTextBytes);
+    QString head = text.size() > units ? text.left(units) : text;
+    if (!head.isEmpty() && head.back().isHighSurrogate()) head.chop(1);
+    const QByteArray utf8 = head.toUtf8();
+    if (static_cast<std::size_t>(utf8.size()) <= maxForeignTextBytes) return head;
+    const std::string cut = boundedUtf8(std::string_view(utf8.constData(), static_cast<std::size_t>(utf8.size())));
+    return QString::fromUtf8(cut.data(), static_cast<qsizetype>(cut.size()));
 }
 
 }  // namespace lorvane::mpris

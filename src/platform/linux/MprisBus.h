@@ -37,7 +37,11 @@ QVariant unwrapped(const QVariant& value);
 std::optional<QVariantMap> propertyMap(const QDBusMessage& reply);
 // The first argument of a Properties.Get reply; nothing on an error.
 std::optional<QVariant> propertyValue(const QDBusMessage& reply);
-// A string property, when present and a string.
+// A string property, when present and a string, cut to `maxForeignTextBytes` of UTF-8.
 std::optional<QString> stringProperty(const QVariantMap& properties, const QString& name);
+// A double property, when present and a double (D-Bus "d"); anything else reads as absent.
+std::optional<double> doubleProperty(const QVariantMap& properties, const QString& name);
+// `text` cut to at most `maxForeignTextBytes` of UTF-8, between two characters.
+QString boundedText(const QString& text);
 
 }  // namespace lorvane::mpris

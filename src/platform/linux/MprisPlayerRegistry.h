@@ -1,9 +1,9 @@
 #pragma once
-// Keeps track of the MPRIS media players on the session bus: who owns each player name, the
-// owner's process, what the player calls itself, its playback status, and the order in which
-// players started playing or last changed. Learns everything from the bus's own signals
-// (NameOwnerChanged, PropertiesChanged) and one round of asynchronous calls per new player, so
-// nothing is polled.
+// Keeps a typed reading of every MPRIS media player on the session bus: who it is (from its Identity
+// and DesktopEntry), its playback state, its volume and when its state last changed. Learns
+// everything from the bus's own signals (NameOwnerChanged, PropertiesChanged) and one round of
+// asynchronous calls per new player; nothing is polled and no call waits. Text from players is cut to
+// a bounded length where it arrives, and values of the wrong D-Bus type read as absent.
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -16,6 +16,10 @@
 #include <optional>
 #include <vector>
 
+#include "core/Clock.h"
+#include "core/playback/PlaybackChoice.h"
+#include "platform/linux/DesktopEntryLookup.h"
+
 namespace lorvane {
 
 class MprisPlayerRegistry final : public QObject {
@@ -25,55 +29,56 @@ public:
     struct Player {
         QString busName;  // org.mpris.MediaPlayer2.<name>
         QString owner;    // the owner's unique connection name; empty until known
-        std::optional<std::int32_t> processIdentifier;
         std::optional<QString> identity;
         std::optional<QString> desktopEntry;
-        QString playbackStatus;            // "Playing", "Paused", "Stopped"; empty while unknown
-        std::uint64_t startedPlaying = 0;  // order of its last change to "Playing"
-        std::uint64_t lastActive = 0;      // order of its last status change
-        std::uint64_t serial = 0;          // tells successive owners of one name apart
+        bool identified = false;  // its own names have answered (or never will)
+        PlayerReading reading;
+        std::uint64_t serial = 0;  // tells successive owners of one name apart
     };
 
-    static constexpr int detailsTimeLimitMilliseconds = 2000;
+    // A player that has not answered by then is taken as it is.
+    static constexpr int callTimeLimitMilliseconds = 2000;
+    // More players than this on one bus is abuse; the rest are ignored until some leave.
+    static constexpr std::size_t maxPlayers = 256;
 
-    // Main thread. No registry without a connected bus.
-    static std::shared_ptr<MprisPlayerRegistry> make(const QDBusConnection& bus);
+    // Main thread. No registry without a connected bus. `clock` gives the steady time of changes.
+    static std::unique_ptr<MprisPlayerRegistry> make(const QDBusConnection& bus, const Clock& clock);
     ~MprisPlayerRegistry() override;
 
-    const QDBusConnection& bus() const { return bus_; }
-
-    // The player that plays and most recently started playing; if none plays, the paused player
-    // that changed most recently; if none is paused either, none.
-    const Player* nowPlaying() const;
+    // The readings of the players that have said who they are.
+    std::vector<PlayerReading> readings() const;
     const Player* find(const QString& busName) const;
-    // Every known player, by bus name. The pointers last until the next event is handled.
-    std::vector<const Player*> players() const;
+    std::size_t playerCount() const { return players_.size(); }
+    std::size_t pendingCallCount() const;
+    // The most CPU time one PropertiesChanged signal took on this thread, demarshalling included.
+    double longestSignalSeconds() const { return longestSignalSeconds_; }
 
-    // What a caller read itself; ignored when the name has changed hands since `serial`.
-    void noteStatus(const QString& busName, std::uint64_t serial, const QString& status);
-    void noteProcessIdentifier(const QString& busName, std::uint64_t serial, std::int32_t processIdentifier);
-
-    // Called after anything changed (for waiting in tests and tools).
+    // Called after a reading changed.
     std::function<void()> didChange;
+    // Called when a player has said who it is (again, when it renames itself).
+    std::function<void(const PlaybackPlayer&)> playerIdentified;
 
 private slots:
     void handleNameOwnerChanged(const QString& name, const QString& oldOwner, const QString& newOwner);
     void handlePropertiesChanged(const QDBusMessage& message);
 
 private:
-    explicit MprisPlayerRegistry(const QDBusConnection& bus);
+    MprisPlayerRegistry(const QDBusConnection& bus, const Clock& clock);
     void listExistingPlayers();
     void add(const QString& busName, const QString& owner);
     void fetchDetails(const Player& player);
     Player* current(const QString& busName, std::uint64_t serial);
-    void setStatus(Player& player, const QString& status);
-    void applyRootProperties(Player& player, const QVariantMap& properties);
+    bool applyRootProperties(Player& player, const QVariantMap& properties);
+    bool applyPlayerProperties(Player& player, const QVariantMap& properties);
+    void identify(Player& player);
     void changed();
 
     QDBusConnection bus_;
+    const Clock& clock_;
     std::map<QString, Player> players_;
-    std::uint64_t order_ = 0;
     std::uint64_t nextSerial_ = 0;
+    DesktopEntryLookup desktopEntries_;
+    double longestSignalSeconds_ = 0;
 };
 
 }  // namespace lorvane

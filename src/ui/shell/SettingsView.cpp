@@ -1,27 +1,36 @@
 #include "ui/shell/SettingsView.h"
 
+#include <QApplication>
+#include <QButtonGroup>
 #include <QCheckBox>
+#include <QDialog>
+#include <QDialogButtonBox>
+#include <QEvent>
+#include <QFile>
+#include <QFontDatabase>
 #include <QFrame>
 #include <QGridLayout>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QScrollArea>
+#include <QStyle>
 #include <QTabWidget>
 #include <QTimer>
 #include <QVBoxLayout>
 
 #include "core/app/SettingsTable.h"
-#include "ui/shell/SegmentedPicker.h"
+#include "ui/shell/ChoiceGroup.h"
+#include "ui/shell/OtherPlayersSection.h"
 #include "ui/shell/SwatchButton.h"
 #include "ui/shell/SymbolIcon.h"
+#include "ui/shell/WavePreview.h"
 #include "ui/shell/WaveformIcon.h"
 
 namespace lorvane {
 
 namespace {
-
-constexpr int pagePadding = 28;
 
 QString qText(std::string_view text) { return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())); }
 
@@ -41,39 +50,53 @@ QFrame* divider(QWidget* parent) {
     return line;
 }
 
-// A titled block: a 14-point header, then its content.
+// A titled block: a bold header, then its content.
 QWidget* section(const QString& title, QWidget* content) {
     auto* box = new QWidget;
     auto* layout = new QVBoxLayout(box);
     layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(10);
     auto* header = new QLabel(title, box);
     QFont font = header->font();
-    font.setPointSize(14);
     font.setBold(true);
     header->setFont(font);
+    header->setAccessibleName(title);
     layout->addWidget(header);
     layout->addWidget(content);
     return box;
 }
 
-QVBoxLayout* column(QWidget* owner, int spacing = 8) {
+QVBoxLayout* column(QWidget* owner) {
     auto* layout = new QVBoxLayout(owner);
     layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(spacing);
     return layout;
 }
 
-// A vertically scrolling column of sections split by dividers.
+// A line of text that appears only when there is something to say.
+QLabel* noticeLine(QWidget* parent, const QString& name) {
+    auto* label = new QLabel(parent);
+    label->setWordWrap(true);
+    label->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    label->setAccessibleName(name);
+    label->hide();
+    return label;
+}
+
+void setNotice(QLabel* label, const QString& text) {
+    label->setText(text);
+    label->setAccessibleDescription(text);
+    label->setVisible(!text.isEmpty());
+}
+
+// A vertically scrolling column of sections split by dividers, with the style's margins.
 QWidget* scrollingPage(const std::vector<QWidget*>& sections) {
     auto* scroll = new QScrollArea;
     scroll->setWidgetResizable(true);
     scroll->setFrameShape(QFrame::NoFrame);
     scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    // Not a tab stop of its own: focusing a control scrolls it into view.
+    scroll->setFocusPolicy(Qt::NoFocus);
     auto* content = new QWidget;
     auto* layout = new QVBoxLayout(content);
-    layout->setContentsMargins(pagePadding, pagePadding, pagePadding, pagePadding);
-    layout->setSpacing(18);
     for (std::size_t i = 0; i < sections.size(); ++i) {
         if (i > 0) layout->addWidget(divider(content));
         layout->addWidget(sections[i]);
@@ -81,6 +104,21 @@ QWidget* scrollingPage(const std::vector<QWidget*>& sections) {
     layout->addStretch(1);
     scroll->setWidget(content);
     return scroll;
+}
+
+QCheckBox* toggle(const QString& text, const QString& description, QWidget* parent) {
+    auto* box = new QCheckBox(text, parent);
+    box->setAccessibleName(text);
+    box->setAccessibleDescription(description);
+    return box;
+}
+
+QPushButton* button(const QString& text, const QString& description, QWidget* parent) {
+    auto* pushButton = new QPushButton(text, parent);
+    pushButton->setAccessibleName(text);
+    pushButton->setAccessibleDescription(description);
+    pushButton->setAutoDefault(false);
+    return pushButton;
 }
 
 Symbol playerSymbol(MusicPlayer player) {
@@ -97,6 +135,8 @@ Symbol playerSymbol(MusicPlayer player) {
     return Symbol::musicNote;
 }
 
+constexpr std::array<Symbol, 4> tabSymbols{Symbol::waveform, Symbol::musicNoteList, Symbol::speakerWave, Symbol::gear};
+
 }  // namespace
 
 SettingsView::SettingsView(OverlayPreferences& preferences, VisualizerModel& visualizerModel,
@@ -108,31 +148,47 @@ SettingsView::SettingsView(OverlayPreferences& preferences, VisualizerModel& vis
       playbackStatus_(playbackStatus),
       actions_(std::move(actions)),
       launchAtLoginEnabled_(launchAtLoginEnabled),
-      versionText_(std::move(versionText)) {
+      versionText_(std::move(versionText)),
+      quit_([] { QCoreApplication::quit(); }) {
     setMinimumSize(560, 430);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     tabs_ = new QTabWidget(this);
     tabs_->setDocumentMode(true);
-    const QColor text = palette().color(QPalette::WindowText);
-    tabs_->addTab(makeDisplayTab(), symbolIcon(Symbol::waveform, text), qText(label(SettingsTab::display)));
-    tabs_->addTab(makePlayersTab(), symbolIcon(Symbol::musicNoteList, text), qText(label(SettingsTab::players)));
-    tabs_->addTab(makeAudioTab(), symbolIcon(Symbol::speakerWave, text), qText(label(SettingsTab::audio)));
-    tabs_->addTab(makeGeneralTab(), symbolIcon(Symbol::gear, text), qText(label(SettingsTab::general)));
+    tabs_->setAccessibleName(QStringLiteral("Settings"));
+    tabs_->setAccessibleDescription(QStringLiteral("The settings pages"));
+    tabs_->addTab(makeDisplayTab(), qText(label(SettingsTab::display)));
+    tabs_->addTab(makePlayersTab(), qText(label(SettingsTab::players)));
+    tabs_->addTab(makeAudioTab(), qText(label(SettingsTab::audio)));
+    tabs_->addTab(makeGeneralTab(), qText(label(SettingsTab::general)));
     layout->addWidget(tabs_);
+    applyIcons();
 
-    refreshPreferences();
-    refreshModel();
-    preferencesObserver_ = preferences_.objectWillChange.connect([this] { schedulePreferencesRefresh(); });
-    modelObserver_ = visualizerModel_.objectWillChange.connect([this] { scheduleModelRefresh(); });
+    for (PreferenceKey key : allCases<PreferenceKey>()) showPreference(key);
+    refreshAudioRow();
+    // Each announcement names what changed; only the widgets showing it are touched.
+    preferencesObserver_ = preferences_.changed.connect([this](PreferenceKey key) { showPreference(key); });
+    modelObserver_ = visualizerModel_.changed.connect([this](VisualizerModelKey key) {
+        switch (key) {
+            case VisualizerModelKey::captureStatus:
+                refreshRetry();
+                refreshAudioRow();
+                break;
+            case VisualizerModelKey::audioLevel:
+                refreshAudioRow();
+                break;
+            default:
+                break;  // the preview reads the rest on its own frames
+        }
+    });
     playbackObserver_ = playbackStatus_.changed.connect([this](PlaybackStatusKey key) {
         if (key == PlaybackStatusKey::state) refreshRetry();
     });
 }
 
 SettingsView::~SettingsView() {
-    preferences_.objectWillChange.disconnect(preferencesObserver_);
-    visualizerModel_.objectWillChange.disconnect(modelObserver_);
+    preferences_.changed.disconnect(preferencesObserver_);
+    visualizerModel_.changed.disconnect(modelObserver_);
     playbackStatus_.changed.disconnect(playbackObserver_);
 }
 
@@ -160,14 +216,25 @@ Symbol SettingsView::statusSymbol(AudioCaptureStatus status) {
     return Symbol::waveformCircle;
 }
 
+QString SettingsView::licenseText() {
+    QFile file(QStringLiteral(":/lorvane/COPYING"));
+    if (!file.open(QIODevice::ReadOnly)) return {};
+    return QString::fromUtf8(file.readAll());
+}
+
 // MARK: Tabs
 
 QWidget* SettingsView::makeDisplayTab() {
+    preview_ = new WavePreview(preferences_, visualizerModel_);
+
     auto* toggles = new QWidget;
     auto* toggleLayout = column(toggles);
-    showWaveform_ = new QCheckBox(settingTitle(SettingKey::overlayEnabled), toggles);
-    autoShow_ = new QCheckBox(settingTitle(SettingKey::autoShow), toggles);
-    avoidCovering_ = new QCheckBox(settingTitle(SettingKey::avoidsCoveringWindows), toggles);
+    showWaveform_ = toggle(settingTitle(SettingKey::overlayEnabled), QStringLiteral("Shows or hides the wave on the screen"),
+                           toggles);
+    autoShow_ = toggle(settingTitle(SettingKey::autoShow),
+                       QStringLiteral("Shows the wave whenever a monitored player plays"), toggles);
+    avoidCovering_ = toggle(settingTitle(SettingKey::avoidsCoveringWindows),
+                            QStringLiteral("Keeps the wave below other windows"), toggles);
     for (QCheckBox* box : {showWaveform_, autoShow_, avoidCovering_}) toggleLayout->addWidget(box);
     connect(showWaveform_, &QCheckBox::clicked, this, [this](bool on) {
         if (actions_.setOverlayEnabled) actions_.setOverlayEnabled(on);
@@ -180,71 +247,90 @@ QWidget* SettingsView::makeDisplayTab() {
     });
 
     auto* appearance = new QWidget;
-    auto* appearanceLayout = column(appearance, 12);
-    auto* pickers = new QGridLayout;
-    pickers->setHorizontalSpacing(12);
-    pickers->setVerticalSpacing(8);
-    displayMode_ = new SegmentedPicker(settingTitle(SettingKey::displayMode), optionTitles(SettingKey::displayMode),
-                                       appearance);
-    position_ = new SegmentedPicker(settingTitle(SettingKey::position), optionTitles(SettingKey::position), appearance);
-    pickers->addWidget(new QLabel(settingTitle(SettingKey::displayMode), appearance), 0, 0);
-    pickers->addWidget(displayMode_, 0, 1);
-    pickers->addWidget(new QLabel(settingTitle(SettingKey::position), appearance), 1, 0);
-    pickers->addWidget(position_, 1, 1);
-    pickers->setColumnStretch(1, 1);
+    auto* appearanceLayout = column(appearance);
+    auto* pickers = new QHBoxLayout;
+    displayMode_ = new ChoiceGroup(settingTitle(SettingKey::displayMode), optionTitles(SettingKey::displayMode),
+                                   QStringLiteral("How the wave is shown"),
+                                   {QStringLiteral("A band of bars at the chosen position"),
+                                    QStringLiteral("The whole screen over a frosted background")},
+                                   appearance);
+    position_ = new ChoiceGroup(settingTitle(SettingKey::position), optionTitles(SettingKey::position),
+                                QStringLiteral("Where the band sits on the screen (Standard Waveform only)"), {},
+                                appearance);
+    pickers->addWidget(displayMode_);
+    pickers->addWidget(position_);
     appearanceLayout->addLayout(pickers);
     appearanceLayout->addWidget(makePalettePicker());
-    connect(displayMode_, &SegmentedPicker::chosen, this, [this](int index) {
+    connect(displayMode_, &ChoiceGroup::chosen, this, [this](int index) {
         if (actions_.setDisplayMode) actions_.setDisplayMode(allCases<OverlayDisplayMode>()[static_cast<std::size_t>(index)]);
     });
-    connect(position_, &SegmentedPicker::chosen, this, [this](int index) {
+    connect(position_, &ChoiceGroup::chosen, this, [this](int index) {
         if (actions_.setPosition) actions_.setPosition(allCases<OverlayPosition>()[static_cast<std::size_t>(index)]);
     });
 
-    return scrollingPage({section(QStringLiteral("Display"), toggles), section(QStringLiteral("Appearance"), appearance)});
+    // The preview heads the page, above the first section.
+    auto* page = scrollingPage({section(QStringLiteral("Display"), toggles), section(QStringLiteral("Appearance"), appearance)});
+    auto* content = static_cast<QScrollArea*>(page)->widget();
+    static_cast<QVBoxLayout*>(content->layout())->insertWidget(0, preview_);
+    return page;
 }
 
 QWidget* SettingsView::makePalettePicker() {
     auto* palettes = new QWidget;
-    auto* layout = column(palettes, 8);
-    constexpr int columns = 5;
+    palettes->setAccessibleName(QStringLiteral("Color"));
+    auto* rows = new QGridLayout(palettes);
+    rows->setContentsMargins(0, 0, 0, 0);
+    swatchGroup_ = new QButtonGroup(palettes);
+    swatchGroup_->setExclusive(true);
+    // The solid colours fill the first row; the two smaller groups share the second.
+    int column = 0;
+    int row = 0;
     for (WaveColorGroup colorGroup : allCases<WaveColorGroup>()) {
-        layout->addWidget(new QLabel(qText(title(colorGroup)), palettes));
-        auto* grid = new QGridLayout;
-        grid->setSpacing(10);
+        const auto colours = members(colorGroup);
+        const int span = static_cast<int>(colours.size());
+        if (colorGroup != WaveColorGroup::solid && row == 0) {
+            row = 2;
+            column = 0;
+        }
+        auto* heading = new QLabel(qText(title(colorGroup)), palettes);
+        rows->addWidget(heading, row, column, 1, span);
         int index = 0;
-        for (WaveColor color : members(colorGroup)) {
+        for (WaveColor color : colours) {
             auto* swatch = new SwatchButton(color, palettes);
             swatches_[color] = swatch;
-            grid->addWidget(swatch, index / columns, index % columns);
+            swatchGroup_->addButton(swatch);
+            rows->addWidget(swatch, row + 1, column + index);
             ++index;
             connect(swatch, &SwatchButton::clicked, this, [this, color] {
                 if (actions_.setColor) actions_.setColor(color);
             });
         }
-        for (int c = 0; c < columns; ++c) grid->setColumnStretch(c, 1);
-        layout->addLayout(grid);
+        column += span;
     }
+    keepTabStopOnChecked(*swatchGroup_);
     return palettes;
 }
 
 QWidget* SettingsView::makePlayerRow(MusicPlayer player) {
     auto* row = new QWidget;
     auto* layout = new QHBoxLayout(row);
-    layout->setContentsMargins(0, 4, 0, 4);
+    layout->setContentsMargins(0, 0, 0, 0);
     auto* icon = new QLabel(row);
-    icon->setFixedWidth(24);
+    icon->setFixedWidth(fontMetrics().height() * 3 / 2);
     icon->setAlignment(Qt::AlignCenter);
-    icon->setPixmap(paintSymbol(playerSymbol(player), 20, palette().color(QPalette::Highlight), devicePixelRatioF()));
+    playerIcons_[caseIndex(player)] = icon;
     layout->addWidget(icon);
-    layout->addWidget(new QLabel(qText(title(player)), row));
+    auto* name = new QLabel(qText(title(player)), row);
+    layout->addWidget(name);
     layout->addStretch(1);
-    auto* toggle = new QCheckBox(row);
+    auto* toggleBox = new QCheckBox(row);
     // No visible label: the row's name says what it is.
-    toggle->setAccessibleName(qText(title(player)));
-    playerToggles_[caseIndex(player)] = toggle;
-    layout->addWidget(toggle);
-    connect(toggle, &QCheckBox::clicked, this, [this, player](bool on) {
+    toggleBox->setAccessibleName(qText(title(player)));
+    toggleBox->setAccessibleDescription(QStringLiteral("Watches %1 for playback").arg(qText(title(player))));
+    name->setBuddy(toggleBox);
+    playerToggles_[caseIndex(player)] = toggleBox;
+    layout->addWidget(toggleBox);
+    connect(toggleBox, &QCheckBox::clicked, this, [this, player](bool on) {
         if (actions_.setPlayerEnabled) actions_.setPlayerEnabled(player, on);
     });
     return row;
@@ -252,40 +338,47 @@ QWidget* SettingsView::makePlayerRow(MusicPlayer player) {
 
 QWidget* SettingsView::makePlayersTab() {
     auto* list = new QWidget;
-    auto* layout = column(list, 0);
+    auto* layout = column(list);
     const auto players = allCases<MusicPlayer>();
     for (std::size_t i = 0; i < players.size(); ++i) {
         if (i > 0) layout->addWidget(divider(list));
         layout->addWidget(makePlayerRow(players[i]));
     }
-    return scrollingPage({section(settingTitle(SettingKey::enabledPlayers), list)});
+    // Players beyond the four above get their own section here.
+    auto* others = new QWidget;
+    otherPlayersSlot_ = column(others);
+    otherPlayersSlot_->addWidget(
+        new OtherPlayersSection(preferences_, actions_.setOtherPlayersEnabled, actions_.setOtherPlayerEnabled));
+    return scrollingPage({section(settingTitle(SettingKey::enabledPlayers), list), others});
 }
 
 QWidget* SettingsView::makeAudioTab() {
     auto* response = new QWidget;
-    audioResponsive_ = new QCheckBox(settingTitle(SettingKey::audioResponsive), response);
+    audioResponsive_ = toggle(settingTitle(SettingKey::audioResponsive),
+                              QStringLiteral("Drives the wave from the sound being played"), response);
     column(response)->addWidget(audioResponsive_);
     connect(audioResponsive_, &QCheckBox::clicked, this, [this](bool on) {
         if (actions_.setAudioResponsive) actions_.setAudioResponsive(on);
     });
 
     auto* detection = new QWidget;
-    auto* detectionLayout = column(detection, 12);
+    auto* detectionLayout = column(detection);
     auto* statusRow = new QHBoxLayout;
     statusIcon_ = new QLabel(detection);
-    statusIcon_->setFixedSize(24, 24);
+    const int iconSize = style()->pixelMetric(QStyle::PM_SmallIconSize, nullptr, this);
+    statusIcon_->setFixedSize(iconSize, iconSize);
     statusText_ = new QLabel(detection);
     statusText_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    statusText_->setAccessibleName(QStringLiteral("Audio Detection Status"));
     statusRow->addWidget(statusIcon_);
     statusRow->addWidget(statusText_, 1);
     detectionLayout->addLayout(statusRow);
+    captureFailure_ = noticeLine(detection, QStringLiteral("Capture Failure Reason"));
+    detectionLayout->addWidget(captureFailure_);
     auto* buttons = new QHBoxLayout;
-    const QColor text = palette().color(QPalette::ButtonText);
-    retry_ = new QPushButton(symbolIcon(Symbol::arrowClockwise, text), settingTitle(SettingKey::retryAudioCapture),
-                             detection);
-    permissions_ = new QPushButton(symbolIcon(Symbol::lockShield, text),
-                                   settingTitle(SettingKey::openAudioCaptureSettings), detection);
-    for (QPushButton* button : {retry_, permissions_}) button->setAutoDefault(false);
+    retry_ = button(settingTitle(SettingKey::retryAudioCapture), QStringLiteral("Tries system-audio capture again now"), detection);
+    permissions_ = button(settingTitle(SettingKey::openAudioCaptureSettings),
+                          QStringLiteral("Opens the system's sound settings"), detection);
     buttons->addWidget(retry_);
     buttons->addWidget(permissions_);
     buttons->addStretch(1);
@@ -303,87 +396,215 @@ QWidget* SettingsView::makeAudioTab() {
 
 QWidget* SettingsView::makeGeneralTab() {
     auto* startup = new QWidget;
-    launchAtLogin_ = new QCheckBox(settingTitle(SettingKey::launchAtLogin), startup);
+    auto* startupLayout = column(startup);
+    launchAtLogin_ = toggle(settingTitle(SettingKey::launchAtLogin),
+                            QStringLiteral("Starts Lorvane when you log in"), startup);
     launchAtLogin_->setChecked(launchAtLoginEnabled_);
-    column(startup)->addWidget(launchAtLogin_);
+    startupLayout->addWidget(launchAtLogin_);
+    autostartWarning_ = noticeLine(startup, QStringLiteral("Launch at Login Warning"));
+    startupLayout->addWidget(autostartWarning_);
+    notSaved_ = noticeLine(startup, QStringLiteral("Settings Storage Warning"));
+    startupLayout->addWidget(notSaved_);
+    noTrayHost_ = noticeLine(startup, QStringLiteral("No Tray Notice"));
+    startupLayout->addWidget(noTrayHost_);
+    quitButton_ = button(QStringLiteral("Quit Lorvane"), QStringLiteral("Ends the program"), startup);
+    quitButton_->hide();
+    auto* quitRow = new QHBoxLayout;
+    quitRow->addWidget(quitButton_);
+    quitRow->addStretch(1);
+    startupLayout->addLayout(quitRow);
     connect(launchAtLogin_, &QCheckBox::clicked, this, [this](bool on) {
         // The state reached is shown, so a refused change snaps back.
         launchAtLoginEnabled_ = actions_.setLaunchAtLogin ? actions_.setLaunchAtLogin(on) : false;
         launchAtLogin_->setChecked(launchAtLoginEnabled_);
     });
+    connect(quitButton_, &QPushButton::clicked, this, [this] {
+        if (quit_) quit_();
+    });
 
     auto* about = new QWidget;
     auto* aboutLayout = new QHBoxLayout(about);
     aboutLayout->setContentsMargins(0, 0, 0, 0);
-    aboutLayout->setSpacing(14);
-    auto* icon = new QLabel(about);
-    icon->setPixmap(applicationIcon().pixmap(52, 52));
-    icon->setFixedSize(52, 52);
-    aboutLayout->addWidget(icon);
+    aboutIcon_ = new QLabel(about);
+    aboutIcon_->setAccessibleName(QStringLiteral("Lorvane Icon"));
+    aboutLayout->addWidget(aboutIcon_, 0, Qt::AlignTop);
     auto* names = new QVBoxLayout;
-    names->setSpacing(4);
     auto* name = new QLabel(QStringLiteral("Lorvane"), about);
     QFont nameFont = name->font();
     nameFont.setBold(true);
     name->setFont(nameFont);
     auto* version = new QLabel(versionText_, about);
     version->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    names->addWidget(name);
-    names->addWidget(version);
-    aboutLayout->addLayout(names);
-    aboutLayout->addStretch(1);
+    auto* license = new QLabel(QStringLiteral("License: %1").arg(QLatin1String(licenseName)), about);
+    license->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    licenseButton_ = button(QStringLiteral("Show License"), QStringLiteral("Shows the GNU General Public License"),
+                            about);
+    auto link = [about](const QString& text, const char* url, const QString& description) {
+        auto* label = new QLabel(QStringLiteral("<a href=\"%1\">%2</a>").arg(QLatin1String(url), text), about);
+        label->setTextFormat(Qt::RichText);
+        label->setOpenExternalLinks(true);
+        label->setTextInteractionFlags(Qt::TextBrowserInteraction);
+        label->setAccessibleName(text);
+        label->setAccessibleDescription(description);
+        label->setToolTip(QLatin1String(url));
+        return label;
+    };
+    auto* homeLink = link(QStringLiteral("Home Page"), homePage, QLatin1String(homePage));
+    auto* bugsLink = link(QStringLiteral("Report a Bug"), bugReports, QLatin1String(bugReports));
+    connect(licenseButton_, &QPushButton::clicked, this, &SettingsView::showLicense);
+    for (QWidget* line : std::initializer_list<QWidget*>{name, version, license}) names->addWidget(line);
+    auto* links = new QHBoxLayout;
+    links->addWidget(licenseButton_);
+    links->addWidget(homeLink);
+    links->addWidget(bugsLink);
+    links->addStretch(1);
+    names->addLayout(links);
+    aboutLayout->addLayout(names, 1);
 
     return scrollingPage({section(QStringLiteral("Startup"), startup), section(QStringLiteral("About"), about)});
 }
 
+void SettingsView::showLicense() {
+    auto* dialog = new QDialog(window());
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setWindowTitle(QStringLiteral("Lorvane License"));
+    dialog->setObjectName(QStringLiteral("LorvaneLicense"));
+    auto* layout = new QVBoxLayout(dialog);
+    auto* text = new QPlainTextEdit(licenseText(), dialog);
+    text->setReadOnly(true);
+    text->setAccessibleName(QStringLiteral("License Text"));
+    text->setLineWrapMode(QPlainTextEdit::NoWrap);
+    text->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    layout->addWidget(text);
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close, dialog);
+    connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::reject);
+    layout->addWidget(buttons);
+    const QFontMetrics metrics(text->font());
+    dialog->resize(metrics.horizontalAdvance(QLatin1Char('x')) * 84, metrics.height() * 30);
+    dialog->show();
+}
+
+// MARK: Notices from other parts
+
+void SettingsView::setCaptureFailureReason(const QString& reason) { setNotice(captureFailure_, reason); }
+
+void SettingsView::setTrayHostPresent(bool present) {
+    setNotice(noTrayHost_, present ? QString()
+                                   : QStringLiteral("No tray is available on this desktop, so Lorvane has no menu "
+                                                    "there; quit it from here."));
+    quitButton_->setVisible(!present);
+}
+
+void SettingsView::setAutostartWarning(const QString& warning) { setNotice(autostartWarning_, warning); }
+
+void SettingsView::setSettingsNotSavedNotice(const QString& notice) { setNotice(notSaved_, notice); }
+
+// MARK: Theme
+
+void SettingsView::applyIcons() {
+    const QColor text = palette().color(QPalette::WindowText);
+    const QColor buttonText = palette().color(QPalette::ButtonText);
+    const QColor accent = palette().color(QPalette::Highlight);
+    for (int i = 0; i < tabs_->count(); ++i) tabs_->setTabIcon(i, themedIcon(tabSymbols[static_cast<std::size_t>(i)], text));
+    retry_->setIcon(themedIcon(Symbol::arrowClockwise, buttonText));
+    permissions_->setIcon(themedIcon(Symbol::lockShield, buttonText));
+    const int small = style()->pixelMetric(QStyle::PM_SmallIconSize, nullptr, this);
+    for (MusicPlayer player : allCases<MusicPlayer>()) {
+        playerIcons_[caseIndex(player)]->setPixmap(
+            themedIcon(playerSymbol(player), accent).pixmap(QSize(small, small), devicePixelRatioF()));
+    }
+    const int large = style()->pixelMetric(QStyle::PM_LargeIconSize, nullptr, this) * 3 / 2;
+    aboutIcon_->setPixmap(applicationIcon().pixmap(QSize(large, large), devicePixelRatioF()));
+    if (shownStatusSymbol_) {
+        statusIcon_->setPixmap(themedIcon(*shownStatusSymbol_, accent).pixmap(QSize(small, small), devicePixelRatioF()));
+    }
+}
+
+void SettingsView::changeEvent(QEvent* event) {
+    // A light/dark switch while open: icons drawn in the palette's colours are drawn again; the
+    // swatches and the rest repaint from the palette by themselves.
+    switch (event->type()) {
+        case QEvent::PaletteChange:
+        case QEvent::ThemeChange:
+        case QEvent::StyleChange:
+            if (tabs_) applyIcons();
+            break;
+        default:
+            break;
+    }
+    QWidget::changeEvent(event);
+}
+
+void SettingsView::showEvent(QShowEvent* event) {
+    QWidget::showEvent(event);
+    // The audio row is left alone while the window is hidden; catch up now.
+    refreshAudioRow();
+}
+
 // MARK: Refresh
 
-void SettingsView::schedulePreferencesRefresh() {
-    if (preferencesRefreshPending_) return;
-    preferencesRefreshPending_ = true;
-    QTimer::singleShot(0, this, [this] { refreshPreferences(); });
-}
-
-void SettingsView::scheduleModelRefresh() {
-    if (modelRefreshPending_) return;
-    modelRefreshPending_ = true;
-    QTimer::singleShot(0, this, [this] { refreshModel(); });
-}
-
-void SettingsView::refreshPreferences() {
-    preferencesRefreshPending_ = false;
-    showWaveform_->setChecked(preferences_.overlayEnabled());
-    autoShow_->setChecked(preferences_.autoShow());
-    avoidCovering_->setChecked(preferences_.avoidsCoveringWindows());
-    displayMode_->setCurrentIndex(static_cast<int>(caseIndex(preferences_.displayMode())));
-    // The stored position stays visible while the picker is disabled.
-    position_->setCurrentIndex(static_cast<int>(caseIndex(preferences_.position())));
-    position_->setEnabled(lorvane::isEnabled(SettingKey::position, SettingContext::of(preferences_, playbackStatus_.state(),
-                                                                             visualizerModel_.captureStatus())));
-    for (const auto& [color, swatch] : swatches_) swatch->setSelected(color == preferences_.color());
-    for (MusicPlayer player : allCases<MusicPlayer>()) {
-        playerToggles_[caseIndex(player)]->setChecked(preferences_.enabledPlayers().contains(player));
+void SettingsView::showPreference(PreferenceKey key) {
+    switch (key) {
+        case PreferenceKey::overlayEnabled:
+            showWaveform_->setChecked(preferences_.overlayEnabled());
+            break;
+        case PreferenceKey::autoShow:
+            autoShow_->setChecked(preferences_.autoShow());
+            break;
+        case PreferenceKey::avoidsCoveringWindows:
+            avoidCovering_->setChecked(preferences_.avoidsCoveringWindows());
+            break;
+        case PreferenceKey::audioResponsive:
+            audioResponsive_->setChecked(preferences_.audioResponsive());
+            refreshRetry();
+            preview_->update();
+            break;
+        case PreferenceKey::displayMode:
+            displayMode_->setCurrentIndex(static_cast<int>(caseIndex(preferences_.displayMode())));
+            // The stored position stays visible while the choice is disabled.
+            position_->setEnabled(lorvane::isEnabled(SettingKey::position, settingContext()));
+            preview_->update();
+            break;
+        case PreferenceKey::position:
+            position_->setCurrentIndex(static_cast<int>(caseIndex(preferences_.position())));
+            break;
+        case PreferenceKey::color:
+            if (SwatchButton* chosen = swatches_.at(preferences_.color()); !chosen->isChecked()) chosen->setChecked(true);
+            // The new colour shows in the preview's next frame, drawn now.
+            preview_->update();
+            break;
+        case PreferenceKey::enabledPlayers:
+            for (MusicPlayer player : allCases<MusicPlayer>()) {
+                playerToggles_[caseIndex(player)]->setChecked(preferences_.enabledPlayers().contains(player));
+            }
+            break;
     }
-    audioResponsive_->setChecked(preferences_.audioResponsive());
-    refreshRetry();
+    ++preferenceUpdates_[caseIndex(key)];
+}
+
+SettingContext SettingsView::settingContext() const {
+    return SettingContext::of(preferences_, playbackStatus_.state(), visualizerModel_.captureStatus());
 }
 
 // The same rule as the tray's item: retrying needs a playing player and audio response on.
-void SettingsView::refreshRetry() {
-    const SettingContext context =
-        SettingContext::of(preferences_, playbackStatus_.state(), visualizerModel_.captureStatus());
-    retry_->setEnabled(lorvane::isEnabled(SettingKey::retryAudioCapture, context));
-}
+void SettingsView::refreshRetry() { retry_->setEnabled(lorvane::isEnabled(SettingKey::retryAudioCapture, settingContext())); }
 
-void SettingsView::refreshModel() {
-    modelRefreshPending_ = false;
+void SettingsView::refreshAudioRow() {
+    // Hidden, the row is left alone; showing the window catches it up.
+    if (!isVisible()) return;
+    ++audioRowRefreshes_;
     const AudioCaptureStatus status = visualizerModel_.captureStatus();
     const QString text = QString::fromStdString(audioStatusText(status, visualizerModel_.audioLevel()));
-    if (statusText_->text() != text) statusText_->setText(text);
+    if (statusText_->text() != text) {
+        statusText_->setText(text);
+        statusText_->setAccessibleDescription(text);
+    }
     const Symbol symbol = statusSymbol(status);
     if (!shownStatusSymbol_ || *shownStatusSymbol_ != symbol) {
         shownStatusSymbol_ = symbol;
-        statusIcon_->setPixmap(paintSymbol(symbol, 22, palette().color(QPalette::Highlight), devicePixelRatioF()));
+        const int small = style()->pixelMetric(QStyle::PM_SmallIconSize, nullptr, this);
+        statusIcon_->setPixmap(
+            themedIcon(symbol, palette().color(QPalette::Highlight)).pixmap(QSize(small, small), devicePixelRatioF()));
     }
 }
 

@@ -4,6 +4,7 @@
 
 #include <QWidget>
 #include <array>
+#include <functional>
 #include <map>
 #include <optional>
 
@@ -11,9 +12,11 @@
 #include "core/VisualizerModel.h"
 #include "core/app/PlaybackStatus.h"
 #include "core/app/SettingsActions.h"
+#include "core/app/SettingsTable.h"
 #include "core/app/SettingsText.h"
 #include "ui/shell/SymbolIcon.h"
 
+class QButtonGroup;
 class QCheckBox;
 class QLabel;
 class QPushButton;
@@ -22,8 +25,9 @@ class QVBoxLayout;
 
 namespace lorvane {
 
-class SegmentedPicker;
+class ChoiceGroup;
 class SwatchButton;
+class WavePreview;
 
 class SettingsView final : public QWidget {
     Q_OBJECT
@@ -33,15 +37,43 @@ public:
                  QString versionText, QWidget* parent = nullptr);
     ~SettingsView() override;
 
+    static constexpr const char* homePage = "https://github.com/tarnhollow/lorvane";
+    static constexpr const char* bugReports = "https://github.com/tarnhollow/lorvane/issues";
+    static constexpr const char* licenseName = "GPL-3.0-or-later";
+    // The licence text compiled into the program.
+    static QString licenseText();
+
     SettingsTab selectedTab() const;
     void setSelectedTab(SettingsTab tab);
     bool launchAtLoginEnabled() const { return launchAtLoginEnabled_; }
     QTabWidget* tabs() const { return tabs_; }
     QWidget* page(SettingsTab tab) const;
+    WavePreview* preview() const { return preview_; }
 
     // The status row's symbol for a capture status.
     static Symbol statusSymbol(AudioCaptureStatus status);
     Symbol shownStatusSymbol() const { return shownStatusSymbol_.value_or(Symbol::waveformCircle); }
+    // Audio-row refreshes done so far (the row is refreshed only while the window is visible).
+    long long audioRowRefreshes() const { return audioRowRefreshes_; }
+    // How often the widgets showing one preference were updated (each change touches only its own).
+    long long preferenceUpdates(PreferenceKey key) const { return preferenceUpdates_[caseIndex(key)]; }
+
+    // What other parts of the program report, shown where the user looks for it. Empty text hides
+    // the line.
+    void setCaptureFailureReason(const QString& reason);
+    // Without a tray host there is no menu to quit from: the General tab then says so and offers
+    // "Quit Lorvane".
+    void setTrayHostPresent(bool present);
+    void setAutostartWarning(const QString& warning);
+    void setSettingsNotSavedNotice(const QString& notice);
+    // The place under "Monitored Players" for the section about players beyond the known four.
+    QVBoxLayout* otherPlayersSlot() const { return otherPlayersSlot_; }
+    // "Quit Lorvane" calls this (the application's quit by default).
+    void setQuitHandler(std::function<void()> quit) { quit_ = std::move(quit); }
+
+protected:
+    void changeEvent(QEvent* event) override;
+    void showEvent(QShowEvent* event) override;
 
 private:
     QWidget* makeDisplayTab();
@@ -50,12 +82,13 @@ private:
     QWidget* makeGeneralTab();
     QWidget* makePalettePicker();
     QWidget* makePlayerRow(MusicPlayer player);
+    void showLicense();
+    void applyIcons();
 
-    void schedulePreferencesRefresh();
-    void scheduleModelRefresh();
-    void refreshPreferences();
-    void refreshModel();
+    void showPreference(PreferenceKey key);
     void refreshRetry();
+    void refreshAudioRow();
+    SettingContext settingContext() const;
 
     OverlayPreferences& preferences_;
     VisualizerModel& visualizerModel_;
@@ -63,29 +96,39 @@ private:
     SettingsActions actions_;
     bool launchAtLoginEnabled_;
     QString versionText_;
+    std::function<void()> quit_;
 
     QTabWidget* tabs_ = nullptr;
+    WavePreview* preview_ = nullptr;
     QCheckBox* showWaveform_ = nullptr;
     QCheckBox* autoShow_ = nullptr;
     QCheckBox* avoidCovering_ = nullptr;
-    SegmentedPicker* displayMode_ = nullptr;
-    SegmentedPicker* position_ = nullptr;
+    ChoiceGroup* displayMode_ = nullptr;
+    ChoiceGroup* position_ = nullptr;
+    QButtonGroup* swatchGroup_ = nullptr;
     std::map<WaveColor, SwatchButton*> swatches_;
     std::array<QCheckBox*, caseCount<MusicPlayer>()> playerToggles_{};
+    std::array<QLabel*, caseCount<MusicPlayer>()> playerIcons_{};
+    QVBoxLayout* otherPlayersSlot_ = nullptr;
     QCheckBox* audioResponsive_ = nullptr;
     QLabel* statusIcon_ = nullptr;
     QLabel* statusText_ = nullptr;
+    QLabel* captureFailure_ = nullptr;
     QPushButton* retry_ = nullptr;
     QPushButton* permissions_ = nullptr;
     QCheckBox* launchAtLogin_ = nullptr;
+    QLabel* autostartWarning_ = nullptr;
+    QLabel* notSaved_ = nullptr;
+    QLabel* noTrayHost_ = nullptr;
+    QPushButton* quitButton_ = nullptr;
+    QPushButton* licenseButton_ = nullptr;
+    QLabel* aboutIcon_ = nullptr;
     std::optional<Symbol> shownStatusSymbol_;
+    long long audioRowRefreshes_ = 0;
 
-    // Observers are told before a change, so the view redraws on the next event-loop turn; many changes
-    // in one turn (five per audio frame) give one refresh.
-    bool preferencesRefreshPending_ = false;
-    bool modelRefreshPending_ = false;
-    Signal<>::Id preferencesObserver_ = 0;
-    Signal<>::Id modelObserver_ = 0;
+    std::array<long long, caseCount<PreferenceKey>()> preferenceUpdates_{};
+    Signal<PreferenceKey>::Id preferencesObserver_ = 0;
+    Signal<VisualizerModelKey>::Id modelObserver_ = 0;
     Signal<PlaybackStatusKey>::Id playbackObserver_ = 0;
 };
 

@@ -6,54 +6,66 @@
 #include <QScreen>
 #include <QShortcut>
 #include <QVBoxLayout>
-#include <QWindow>
 
 #include "ui/shell/SettingsView.h"
 #include "ui/shell/WaveformIcon.h"
-#include "ui/shell/X11Desktop.h"
 
 namespace lorvane {
 
 SettingsWindow::SettingsWindow(OverlayPreferences& preferences, VisualizerModel& visualizerModel,
                                PlaybackStatus& playbackStatus, SettingsActions actions,
                                bool launchAtLoginEnabled, QString versionText)
-    : QWidget(nullptr, Qt::Window) {
+    : QWidget(nullptr, Qt::Window), preferences_(preferences) {
     setWindowTitle(QStringLiteral("Lorvane Settings"));
     setWindowIcon(applicationIcon());
     setObjectName(QStringLiteral("LorvaneSettings"));
+    setAccessibleName(QStringLiteral("Lorvane Settings"));
+    setAccessibleDescription(QStringLiteral("Every setting of Lorvane's wave"));
     view_ = new SettingsView(preferences, visualizerModel, playbackStatus, std::move(actions), launchAtLoginEnabled,
                              std::move(versionText), this);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(view_);
-    setMinimumSize(560, 430);
-    resize(620, 470);
+    setMinimumSize(minimumWindowSize);
+    QSize size = defaultSize;
+    if (const auto remembered = preferences_.settingsWindowSize()) {
+        size = QSize(remembered->first, remembered->second).expandedTo(minimumWindowSize);
+    }
     if (const QScreen* screen = QGuiApplication::primaryScreen()) {
-        QRect frame(QPoint(), size());
+        // A size remembered on a larger screen still fits this one.
+        size = size.boundedTo(screen->availableGeometry().size()).expandedTo(minimumWindowSize);
+    }
+    resize(size);
+    if (const QScreen* screen = QGuiApplication::primaryScreen()) {
+        QRect frame(QPoint(), this->size());
         frame.moveCenter(screen->availableGeometry().center());
         move(frame.topLeft());
     }
-    // The usual window keys: Ctrl+W closes (hides) the window, Ctrl+Q quits the program.
-    new QShortcut(QKeySequence(QStringLiteral("Ctrl+W")), this, this, &QWidget::close);
+    // The usual window keys: Escape and Ctrl+W close (hide) the window, Ctrl+Q quits the program.
+    for (const QKeySequence& key : {QKeySequence(Qt::Key_Escape), QKeySequence(QStringLiteral("Ctrl+W"))}) {
+        new QShortcut(key, this, this, &QWidget::close);
+    }
     new QShortcut(QKeySequence(QStringLiteral("Ctrl+Q")), this, [] { QCoreApplication::quit(); });
 }
 
 void SettingsWindow::present() {
-    // The desktop hint is an X11 window-manager property; a Wayland compositor shows a new window on
-    // the current workspace by itself.
-    const bool x11 = QGuiApplication::platformName() == QLatin1String("xcb");
-    if (x11) {
-        winId();  // the native window must exist to carry the desktop hint
-        putOnAllDesktops(windowHandle());
-    }
+    // Opens on the desktop the user is on, like any other window.
     if (isMinimized()) {
         showNormal();
     } else {
         show();
     }
-    if (x11) putOnAllDesktops(windowHandle());
     raise();
     activateWindow();
+}
+
+void SettingsWindow::hideEvent(QHideEvent* event) {
+    // Remembered when the window goes away, not on every step of a resize.
+    const auto stored = preferences_.settingsWindowSize();
+    if (!isMinimized() && (!stored || stored->first != width() || stored->second != height())) {
+        preferences_.setSettingsWindowSize(width(), height());
+    }
+    QWidget::hideEvent(event);
 }
 
 }  // namespace lorvane

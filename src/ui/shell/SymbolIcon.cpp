@@ -167,4 +167,38 @@ QIcon symbolIcon(Symbol symbol, const QColor& color) {
     return icon;
 }
 
+const char* themeIconName(Symbol symbol) {
+    switch (symbol) {
+        case Symbol::waveform:
+            return "view-media-visualization";
+        case Symbol::musicNote:
+            return "audio-x-generic";
+        case Symbol::musicNoteList:
+            return "view-media-playlist";
+        case Symbol::waveformCircle:
+            return "audio-card";
+        case Symbol::waveformCircleFill:
+            return "audio-volume-high";
+        case Symbol::radioWaves:
+            return "applications-multimedia";
+        case Symbol::speakerWave:
+            return "audio-speakers";
+        case Symbol::gear:
+            return "preferences-system";
+        case Symbol::exclamationShield:
+            return "dialog-warning";
+        case Symbol::speakerSlashCircle:
+            return "audio-volume-muted";
+        case Symbol::arrowClockwise:
+            return "view-refresh";
+        case Symbol::lockShield:
+            return "preferences-system-privacy";
+    }
+    return "";
+}
+
+QIcon themedIcon(Symbol symbol, const QColor& color) {
+    return QIcon::fromTheme(QString::fromLatin1(themeIconName(symbol)), symbolIcon(symbol, color));
+}
+
 }  // namespace lorvane
