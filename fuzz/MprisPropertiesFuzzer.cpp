@@ -1,6 +1,7 @@
 // Any bytes as what a player answers over D-Bus: the bytes are decoded into a property map of every
 // shape a player might send (strings, numbers, lists, nested variants, wrong types) and read through
-// the same helpers the playback code uses. Nothing may crash.
+// the same helpers the playback code uses. Nothing may crash, and no text read from a player may
+// exceed the bound on text from other processes.
 
 #include <QDBusMessage>
 #include <QDBusVariant>
@@ -11,18 +12,31 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 
+#include "core/MusicPlayer.h"
 #include "platform/linux/MprisBus.h"
 
 namespace {
+
+void require(bool condition) {
+    if (!condition) std::abort();
+}
+
+bool bounded(const QString& text) {
+    return static_cast<std::size_t>(text.toUtf8().size()) <= lorvane::maxForeignTextBytes;
+}
 
 class Bytes {
 public:
     Bytes(const std::uint8_t* data, std::size_t size) : data_(data), size_(size) {}
     bool empty() const { return at_ >= size_; }
     std::uint8_t byte() { return empty() ? 0 : data_[at_++]; }
+    // Up to 255 bytes, or (when the first length byte is 255) up to 65535, so the bound is reached.
     QString string() {
-        const std::size_t length = std::min<std::size_t>(byte(), size_ - std::min(at_, size_));
+        std::size_t wanted = byte();
+        if (wanted == 255) wanted = static_cast<std::size_t>(byte()) << 8 | byte();
+        const std::size_t length = std::min<std::size_t>(wanted, size_ - std::min(at_, size_));
         const QString text =
             QString::fromUtf8(reinterpret_cast<const char*>(data_ + at_), static_cast<qsizetype>(length));
         at_ += length;
@@ -73,9 +87,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         properties.insert(name, value(bytes, 0));
     }
     for (const QString& name : names) {
-        (void)mpris::stringProperty(properties, name);
+        if (const auto text = mpris::stringProperty(properties, name)) require(bounded(*text));
+        (void)mpris::doubleProperty(properties, name);
         (void)mpris::unwrapped(properties.value(name));
     }
+    // The whole input as text: cut to the bound, at a character boundary, keeping its start.
+    const QString whole = QString::fromUtf8(reinterpret_cast<const char*>(data), static_cast<qsizetype>(size));
+    const QString cut = mpris::boundedText(whole);
+    require(bounded(cut) && whole.startsWith(cut));
+    require(cut.isEmpty() || !cut.back().isHighSurrogate());
     // The same map as the reply to GetAll and to Get, as the helpers receive it.
     QDBusMessage call = QDBusMessage::createMethodCall("org.mpris.MediaPlayer2.fuzz", mpris::objectPath,
                                                        mpris::propertiesInterface, "GetAll");
