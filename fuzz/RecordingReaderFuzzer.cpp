@@ -25,6 +25,10 @@ void require(bool condition) {
 
 const std::string& scratchPath() {
     static const std::string path = "/tmp/lorvane-fuzz-recording-" + std::to_string(getpid());
+    // libFuzzer ends a run of a fixed count with exit(); the scratch file goes with it. Registered
+    // after `path` exists, so it runs before `path` is destroyed.
+    static const bool removedAtExit = std::atexit([] { std::remove(path.c_str()); }) == 0;
+    (void)removedAtExit;
     return path;
 }
 

@@ -32,6 +32,10 @@ void requireAllowed(const lorvane::OverlayPreferences& preferences) {
 
 const std::string& scratchPath() {
     static const std::string path = "/tmp/lorvane-fuzz-settings-" + std::to_string(getpid()) + ".conf";
+    // libFuzzer ends a run of a fixed count with exit(); the scratch file goes with it. Registered
+    // after `path` exists, so it runs before `path` is destroyed.
+    static const bool removedAtExit = std::atexit([] { std::remove(path.c_str()); }) == 0;
+    (void)removedAtExit;
     return path;
 }
 
