@@ -636,3 +636,17 @@ TEST_F(AppDelegateTest, TheLoginItemIsReadWhenTheMenuOpensNotPerFrame) {
     EXPECT_GT(h.loginItem.reads, reads);
     EXPECT_TRUE(h.menuState().launchAtLoginChecked);
 }
+
+TEST_F(AppDelegateTest, TheTraysWordOnATrayHostIsKeptForTheViews) {
+    EXPECT_TRUE(app().trayHost().available());
+    int announced = 0;
+    app().trayHost().changed.connect([&] { ++announced; });
+    ASSERT_TRUE(h.menu->events.trayHostChanged);
+    h.menu->events.trayHostChanged(false);
+    EXPECT_FALSE(app().trayHost().available());
+    h.menu->events.trayHostChanged(false);
+    EXPECT_EQ(announced, 1);
+    h.menu->events.trayHostChanged(true);
+    EXPECT_TRUE(app().trayHost().available());
+    EXPECT_EQ(announced, 2);
+}
