@@ -15,7 +15,8 @@ namespace lorvane {
 
 void QtApplicationTerminator::terminate() { QCoreApplication::quit(); }
 
-DesktopApp::DesktopApp() : loginItem_(QCoreApplication::applicationFilePath()) {
+DesktopApp::DesktopApp(OverlayPath overlayPath)
+    : loginItem_(QCoreApplication::applicationFilePath()), overlayPath_(overlayPath) {
     AppEnvironment environment;
     environment.defaults = std::make_shared<QSettingsStore>();
     environment.mainQueue = &mainQueue_;
@@ -34,7 +35,7 @@ AppFactories DesktopApp::makeFactories() {
     AppFactories factories;
     factories.makeOverlay = [this](OverlayPreferences& preferences,
                                    VisualizerModel& model) -> std::unique_ptr<OverlayPresenting> {
-        return std::make_unique<OverlayAdapter>(preferences, model, dates_);
+        return std::make_unique<OverlayAdapter>(preferences, model, dates_, overlayPath_);
     };
     factories.makeSettingsWindow = [](OverlayPreferences& preferences, VisualizerModel& model,
                                       PlaybackStatus& playbackStatus, SettingsActions actions,

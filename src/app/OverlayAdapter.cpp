@@ -1,6 +1,6 @@
 #include "app/OverlayAdapter.h"
 
-#include "ui/OverlayWindowFactory.h"
+#include "platform/wayland/OverlayControllerFactory.h"
 
 namespace lorvane {
 
@@ -14,8 +14,9 @@ std::shared_ptr<T> borrowed(T& object) {
 
 }  // namespace
 
-OverlayAdapter::OverlayAdapter(OverlayPreferences& preferences, VisualizerModel& model, const Clock& dates)
-    : controller_(makeOverlayWindowController(borrowed(preferences), borrowed(model), dates)) {}
+OverlayAdapter::OverlayAdapter(OverlayPreferences& preferences, VisualizerModel& model, const Clock& dates,
+                               OverlayPath path)
+    : controller_(makeOverlayController(path, borrowed(preferences), borrowed(model), dates)) {}
 
 OverlayAdapter::~OverlayAdapter() = default;
 

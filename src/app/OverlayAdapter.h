@@ -5,6 +5,7 @@
 
 #include "core/Clock.h"
 #include "core/app/AppServices.h"
+#include "core/app/OverlayPath.h"
 #include "core/render/OverlayWindowController.h"
 
 namespace lorvane {
@@ -12,7 +13,8 @@ namespace lorvane {
 class OverlayAdapter final : public OverlayPresenting {
 public:
     // The preferences and the model belong to the application controller, which outlives the overlay.
-    OverlayAdapter(OverlayPreferences& preferences, VisualizerModel& model, const Clock& dates);
+    OverlayAdapter(OverlayPreferences& preferences, VisualizerModel& model, const Clock& dates,
+                   OverlayPath path = OverlayPath::x11);
     ~OverlayAdapter() override;
 
     void applyWindowLevel() override { controller_->applyWindowLevel(); }

@@ -39,14 +39,19 @@ SettingsWindow::SettingsWindow(OverlayPreferences& preferences, VisualizerModel&
 }
 
 void SettingsWindow::present() {
-    winId();  // the native window must exist to carry the desktop hint
-    putOnAllDesktops(windowHandle());
+    // The desktop hint is an X11 window-manager property; a Wayland compositor shows a new window on
+    // the current workspace by itself.
+    const bool x11 = QGuiApplication::platformName() == QLatin1String("xcb");
+    if (x11) {
+        winId();  // the native window must exist to carry the desktop hint
+        putOnAllDesktops(windowHandle());
+    }
     if (isMinimized()) {
         showNormal();
     } else {
         show();
     }
-    putOnAllDesktops(windowHandle());
+    if (x11) putOnAllDesktops(windowHandle());
     raise();
     activateWindow();
 }
