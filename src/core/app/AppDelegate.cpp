@@ -91,7 +91,23 @@ void AppDelegate::configureStatusItem() {
                    self.perform(command, representedObject);
                });
     statusMenu_ = environment_.factories.makeStatusMenu(std::move(handler));
-    refreshMenuState();
+    if (!statusMenu_) return;
+    // The menu observes the state from here on; nothing refreshes it by hand.
+    statusMenuBinding_ = std::make_unique<StatusMenuBinding>(*statusMenu_, preferences_, visualizerModel_,
+                                                             playbackStatus_, [this] { return launchAtLoginEnabled(); });
+    const auto alive = lifetime_.weak();
+    StatusMenuEvents events;
+    events.menuVisibilityChanged = weakly(this, alive, [](AppDelegate& self, bool open) {
+        if (!self.statusMenuBinding_) return;
+        if (open) {
+            self.statusMenuBinding_->menuWillOpen();
+        } else {
+            self.statusMenuBinding_->menuDidClose();
+        }
+    });
+    events.trayHostChanged =
+        weakly(this, alive, [](AppDelegate& self, bool available) { self.trayHost_.setAvailable(available); });
+    statusMenu_->setEvents(std::move(events));
 }
 
 SettingsActions AppDelegate::settingsActions() {
@@ -149,7 +165,6 @@ void AppDelegate::audioAndVisibilityStep(bool allOn) {
         visualizerModel_.pause();
     }
     updateOverlayVisibility();
-    refreshMenuState();
 }
 
 void AppDelegate::setAudioResponsive(bool enabled) {
@@ -163,7 +178,6 @@ void AppDelegate::setAudioResponsive(bool enabled) {
         // The wave keeps moving on the fixed level instead of freezing.
         if (playing) visualizerModel_.useFallbackAudio(std::nullopt);
     }
-    refreshMenuState();
 }
 
 void AppDelegate::setAvoidsCoveringWindows(bool enabled) {
@@ -172,7 +186,6 @@ void AppDelegate::setAvoidsCoveringWindows(bool enabled) {
         overlayController_->applyWindowLevel();
         overlayController_->reposition();
     }
-    refreshMenuState();
 }
 
 void AppDelegate::setDisplayMode(OverlayDisplayMode mode) {
@@ -181,18 +194,15 @@ void AppDelegate::setDisplayMode(OverlayDisplayMode mode) {
         overlayController_->applyWindowLevel();
         overlayController_->reposition();
     }
-    refreshMenuState();
 }
 
 void AppDelegate::setPosition(OverlayPosition position) {
     preferences_.setPosition(position);
     if (overlayController_) overlayController_->reposition();
-    refreshMenuState();
 }
 
 void AppDelegate::setColor(WaveColor color) {
     preferences_.setColor(color);
-    refreshMenuState();
 }
 
 void AppDelegate::setPlayer(MusicPlayer player, bool enabled) {
@@ -229,7 +239,6 @@ void AppDelegate::retryAudioCapture() {
     stopAudioLevelMonitor();
     audioCaptureRetryAfter_.reset();
     startAudioLevelMonitorIfNeeded();
-    refreshMenuState();
 }
 
 bool AppDelegate::launchAtLoginEnabled() const {
@@ -241,7 +250,8 @@ bool AppDelegate::setLaunchAtLogin(bool enabled) {
         const auto error = enabled ? environment_.loginItem->registerItem() : environment_.loginItem->unregisterItem();
         if (error && environment_.alerts) environment_.alerts->showWarning(loginItemAlertMessage, *error);
     }
-    refreshMenuState();
+    // Read once now; otherwise the menu reads it when it opens.
+    if (statusMenuBinding_) statusMenuBinding_->loginItemChanged();
     return launchAtLoginEnabled();
 }
 
@@ -261,10 +271,6 @@ MenuState AppDelegate::menuState() const {
     inputs.audioLevel = visualizerModel_.audioLevel();
     inputs.launchAtLoginEnabled = launchAtLoginEnabled();
     return makeMenuState(inputs, preferences_);
-}
-
-void AppDelegate::refreshMenuState() {
-    if (statusMenu_) statusMenu_->apply(menuState());
 }
 
 // MARK: Menu actions
@@ -339,7 +345,6 @@ void AppDelegate::handlePlaybackSnapshot(const MusicPlaybackSnapshot& snapshot) 
     if (preferences_.audioResponsive() && preferences_.overlayEnabled() && preferences_.autoShow()) {
         startAudioLevelMonitorIfNeeded();
         updateOverlayVisibility();
-        refreshMenuState();
         return;
     }
     stopBranch();
@@ -349,7 +354,6 @@ void AppDelegate::stopBranch() {
     stopAudioLevelMonitor();
     visualizerModel_.pause();
     updateOverlayVisibility();
-    refreshMenuState();
 }
 
 void AppDelegate::updateOverlayVisibility() {
@@ -402,7 +406,6 @@ void AppDelegate::frameDidChange(std::uint64_t run, const AudioVisualizationFram
     // A delivered frame proves capture works.
     audioCaptureRetryAfter_.reset();
     visualizerModel_.updateLiveFrame(frame);
-    refreshMenuState();
 }
 
 void AppDelegate::captureDidFail(std::uint64_t run, AudioCaptureFailureReport failure) {
@@ -423,7 +426,6 @@ void AppDelegate::captureDidFail(std::uint64_t run, AudioCaptureFailureReport fa
     audioCaptureRetryAfter_ = now() + delay;
     scheduleBackOffEnd(delay);
     visualizerModel_.useFallbackAudio(failure);
-    refreshMenuState();
 }
 
 bool AppDelegate::captureWanted() const {

@@ -43,6 +43,11 @@ std::string audioStatusMenuTitle(AudioCaptureStatus status, double audioLevel) {
     return "Audio Analysis: " + std::string(captureStatusText(status));
 }
 
+std::string trayToolTip(std::optional<MusicPlayer> player, MusicPlaybackState state, AudioCaptureStatus status) {
+    const std::string_view audio = status == AudioCaptureStatus::live ? "Live" : captureStatusText(status);
+    return playbackStatusTitle(player, state) + " \u2014 Audio Analysis: " + std::string(audio);
+}
+
 MenuState makeMenuState(const MenuInputs& inputs, const OverlayPreferences& preferences) {
     MenuState state;
     state.playbackStatusTitle = playbackStatusTitle(inputs.player, inputs.playbackState);
@@ -64,6 +69,7 @@ MenuState makeMenuState(const MenuInputs& inputs, const OverlayPreferences& pref
         state.colorChecked[caseIndex(color)] = color == preferences.color();
     }
     state.launchAtLoginChecked = inputs.launchAtLoginEnabled;
+    state.toolTip = trayToolTip(inputs.player, inputs.playbackState, inputs.captureStatus);
     return state;
 }
 

@@ -30,6 +30,8 @@ struct MenuState {
     bool bottomPositionChecked = false;
     std::array<bool, caseCount<WaveColor>()> colorChecked{};
     bool launchAtLoginChecked = false;
+    // The tray icon's tool tip: what is happening, in one line.
+    std::string toolTip;
 
     friend bool operator==(const MenuState&, const MenuState&) = default;
 };
@@ -49,6 +51,9 @@ MenuState makeMenuState(const MenuInputs& inputs, const OverlayPreferences& pref
 std::string playbackStatusTitle(const std::optional<PlaybackPlayer>& player, MusicPlaybackState state);
 // "Audio Analysis: Live 13%" while live, else "Audio Analysis: " and the status text.
 std::string audioStatusMenuTitle(AudioCaptureStatus status, double audioLevel);
+// "Spotify: Playing — Audio Analysis: Live": the playback line and the audio status, without the level
+// (which would change with every frame).
+std::string trayToolTip(std::optional<MusicPlayer> player, MusicPlaybackState state, AudioCaptureStatus status);
 // The status in words: "Waiting for Playback", "Live Audio and Rhythm", "Fixed-Level Fallback", ...
 std::string_view captureStatusText(AudioCaptureStatus status);
 // The level 0...1 as a whole percentage, halves away from zero: 0.125 gives 13. Not-a-number gives 0.
