@@ -255,3 +255,15 @@ TEST(MenuState, AFrameWhileTheMenuIsOpenChangesOnlyTheAudioLine) {
     second.audioStatusTitle = first.audioStatusTitle;
     EXPECT_EQ(first, second);
 }
+
+TEST(MenuState, TheToolTipGivesTheCaptureFailureReasonOnlyAwayFromLive) {
+    EXPECT_EQ(trayToolTip(std::nullopt, MusicPlaybackState::notRunning, AudioCaptureStatus::fallback,
+                          AudioCaptureReason::noSoundServer),
+              "Music Player: Not Running \u2014 Audio Analysis: Fixed-Level Fallback (No sound server is running)");
+    EXPECT_EQ(trayToolTip(PlaybackPlayer(MusicPlayer::spotify), MusicPlaybackState::playing, AudioCaptureStatus::live,
+                          AudioCaptureReason::serverStopped),
+              "Spotify: Playing \u2014 Audio Analysis: Live");
+    EXPECT_EQ(trayToolTip(PlaybackPlayer(MusicPlayer::spotify), MusicPlaybackState::playing,
+                          AudioCaptureStatus::fallback),
+              "Spotify: Playing \u2014 Audio Analysis: Fixed-Level Fallback");
+}

@@ -136,6 +136,8 @@ SettingsActions AppDelegate::settingsActions() {
         weakly(this, alive, [](AppDelegate& self) { self.openAudioCaptureSettings(); });
     actions.setLaunchAtLogin =
         weaklyOr(false, this, alive, [](AppDelegate& self, bool enabled) { return self.setLaunchAtLogin(enabled); });
+    actions.isLaunchAtLoginEnabled =
+        weaklyOr(false, this, alive, [](AppDelegate& self) { return self.launchAtLoginEnabled(); });
     return actions;
 }
 
@@ -243,6 +245,10 @@ void AppDelegate::retryAudioCapture() {
 
 bool AppDelegate::launchAtLoginEnabled() const {
     return environment_.loginItem && environment_.loginItem->isEnabled();
+}
+
+void AppDelegate::loginItemDidChange() {
+    if (statusMenuBinding_) statusMenuBinding_->loginItemChanged();
 }
 
 bool AppDelegate::setLaunchAtLogin(bool enabled) {
@@ -448,7 +454,6 @@ void AppDelegate::backOffDidEnd(std::uint64_t backOff) {
     if (!captureWanted()) return;
     qCDebug(lcCapture) << "Capture back-off over: trying again";
     startAudioLevelMonitorIfNeeded();
-    refreshMenuState();
 }
 
 void AppDelegate::soundServerDidAppear() {
@@ -459,7 +464,6 @@ void AppDelegate::soundServerDidAppear() {
     if (!captureWanted()) return;
     qCInfo(lcCapture) << "The sound server is back: trying audio capture again";
     startAudioLevelMonitorIfNeeded();
-    refreshMenuState();
 }
 
 }  // namespace lorvane

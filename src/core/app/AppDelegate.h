@@ -108,6 +108,8 @@ public:
     // What the menu would show now, read afresh (the tray itself follows changes as they happen).
     MenuState menuState() const;
     bool launchAtLoginEnabled() const;
+    // The login entry or its program changed on disk, not through the controller.
+    void loginItemDidChange();
     // Whether the desktop shows tray icons, as the tray found out.
     TrayHost& trayHost() { return trayHost_; }
 

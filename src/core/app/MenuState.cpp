@@ -43,9 +43,12 @@ std::string audioStatusMenuTitle(AudioCaptureStatus status, double audioLevel) {
     return "Audio Analysis: " + std::string(captureStatusText(status));
 }
 
-std::string trayToolTip(std::optional<MusicPlayer> player, MusicPlaybackState state, AudioCaptureStatus status) {
+std::string trayToolTip(const std::optional<PlaybackPlayer>& player, MusicPlaybackState state,
+                        AudioCaptureStatus status, std::optional<AudioCaptureReason> reason) {
     const std::string_view audio = status == AudioCaptureStatus::live ? "Live" : captureStatusText(status);
-    return playbackStatusTitle(player, state) + " \u2014 Audio Analysis: " + std::string(audio);
+    std::string tip = playbackStatusTitle(player, state) + " \u2014 Audio Analysis: " + std::string(audio);
+    if (reason && status != AudioCaptureStatus::live) tip += " (" + std::string(audioCaptureReasonText(*reason)) + ")";
+    return tip;
 }
 
 MenuState makeMenuState(const MenuInputs& inputs, const OverlayPreferences& preferences) {
@@ -69,7 +72,7 @@ MenuState makeMenuState(const MenuInputs& inputs, const OverlayPreferences& pref
         state.colorChecked[caseIndex(color)] = color == preferences.color();
     }
     state.launchAtLoginChecked = inputs.launchAtLoginEnabled;
-    state.toolTip = trayToolTip(inputs.player, inputs.playbackState, inputs.captureStatus);
+    state.toolTip = trayToolTip(inputs.player, inputs.playbackState, inputs.captureStatus, inputs.captureFailureReason);
     return state;
 }
 

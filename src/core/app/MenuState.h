@@ -43,6 +43,7 @@ struct MenuInputs {
     AudioCaptureStatus captureStatus = AudioCaptureStatus::waiting;
     double audioLevel = 0;
     bool launchAtLoginEnabled = false;
+    std::optional<AudioCaptureReason> captureFailureReason;
 };
 
 MenuState makeMenuState(const MenuInputs& inputs, const OverlayPreferences& preferences);
@@ -52,8 +53,9 @@ std::string playbackStatusTitle(const std::optional<PlaybackPlayer>& player, Mus
 // "Audio Analysis: Live 13%" while live, else "Audio Analysis: " and the status text.
 std::string audioStatusMenuTitle(AudioCaptureStatus status, double audioLevel);
 // "Spotify: Playing — Audio Analysis: Live": the playback line and the audio status, without the level
-// (which would change with every frame).
-std::string trayToolTip(std::optional<MusicPlayer> player, MusicPlaybackState state, AudioCaptureStatus status);
+// (which would change with every frame); away from live, the capture failure's reason in brackets.
+std::string trayToolTip(const std::optional<PlaybackPlayer>& player, MusicPlaybackState state,
+                        AudioCaptureStatus status, std::optional<AudioCaptureReason> reason = std::nullopt);
 // The status in words: "Waiting for Playback", "Live Audio and Rhythm", "Fixed-Level Fallback", ...
 std::string_view captureStatusText(AudioCaptureStatus status);
 // The level 0...1 as a whole percentage, halves away from zero: 0.125 gives 13. Not-a-number gives 0.

@@ -27,6 +27,8 @@ struct SettingsActions {
     std::function<void()> openAudioCaptureSettings;
     // Answers the login-item state actually reached.
     std::function<bool(bool)> setLaunchAtLogin;
+    // The login item's state now, read when the window shows.
+    std::function<bool()> isLaunchAtLoginEnabled;
 };
 
 }  // namespace lorvane

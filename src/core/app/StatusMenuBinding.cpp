@@ -12,9 +12,7 @@ StatusMenuBinding::StatusMenuBinding(StatusMenuPresenting& menu, OverlayPreferen
       readLoginItem_(std::move(readLoginItem)) {
     launchAtLogin_ = readLoginItem_ ? readLoginItem_() : false;
     shownLevel_ = model_.audioLevel();
-    shown_ = makeMenuState({playbackStatus_.player(), playbackStatus_.state(), model_.captureStatus(), shownLevel_,
-                            launchAtLogin_},
-                           preferences_);
+    shown_ = makeMenuState(inputs(), preferences_);
     menu_.apply(shown_);
     preferencesObserver_ = preferences_.changed.connect([this](PreferenceKey key) { preferenceChanged(key); });
     modelObserver_ = model_.changed.connect([this](VisualizerModelKey key) { modelChanged(key); });
@@ -37,6 +35,9 @@ void StatusMenuBinding::modelChanged(VisualizerModelKey key) {
     switch (key) {
         case VisualizerModelKey::captureStatus:
             shownLevel_ = model_.audioLevel();
+            update();
+            return;
+        case VisualizerModelKey::captureFailureReason:
             update();
             return;
         case VisualizerModelKey::audioLevel:
@@ -65,12 +66,15 @@ void StatusMenuBinding::loginItemChanged() {
 }
 
 void StatusMenuBinding::update() {
-    MenuState state = makeMenuState(
-        {playbackStatus_.player(), playbackStatus_.state(), model_.captureStatus(), shownLevel_, launchAtLogin_},
-        preferences_);
+    MenuState state = makeMenuState(inputs(), preferences_);
     if (state == shown_) return;
     shown_ = std::move(state);
     menu_.apply(shown_);
+}
+
+MenuInputs StatusMenuBinding::inputs() const {
+    return {playbackStatus_.player(), playbackStatus_.state(), model_.captureStatus(), shownLevel_, launchAtLogin_,
+            model_.captureFailureReason()};
 }
 
 }  // namespace lorvane

@@ -40,6 +40,7 @@ private:
     void preferenceChanged(PreferenceKey key);
     void modelChanged(VisualizerModelKey key);
     void update();
+    MenuInputs inputs() const;
 
     StatusMenuPresenting& menu_;
     OverlayPreferences& preferences_;
