@@ -81,9 +81,9 @@ void runOverlay(benchmark::State& state, OverlayDisplayMode mode, int width, int
     auto model = std::make_shared<VisualizerModel>();
     preferences->setDisplayMode(mode);
     preferences->setColor(WaveColor::aurora);
-    ReferenceDateClock clock;
+    SteadyClock clock;
     auto controller = makeOverlayWindowController(preferences, model, clock);
-    auto& window = static_cast<OverlayWindow&>(controller->panel());
+    auto& window = *controller;
 
     // A live-looking analysis: level, pulse and a moving spectrum, 30 frames a second.
     QTimer analysis;
@@ -100,7 +100,7 @@ void runOverlay(benchmark::State& state, OverlayDisplayMode mode, int width, int
         model->updateLiveFrame(frame);
     });
     analysis.start(33);
-    controller->show();
+    controller->showOverlay();
     spin(2);  // settle
 
     const double seconds = static_cast<double>(state.range(0));
@@ -116,7 +116,7 @@ void runOverlay(benchmark::State& state, OverlayDisplayMode mode, int width, int
         state.counters["xserver_cpu_%"] = 100 * (childCpuSeconds(session->serverPid()) - x0) / elapsed;
         state.counters["fps"] = static_cast<double>(window.framesDrawn() - frames0) / elapsed;
     }
-    controller->hide();
+    controller->hideOverlay();
     // Hidden: no frames, next to no CPU.
     const double cpu0 = processCpuSeconds();
     const long long frames0 = window.framesDrawn();

@@ -4,10 +4,10 @@
 
 #include "Version.h"
 #include "core/app/SettingsText.h"
-#include "app/OverlayAdapter.h"
 #include "platform/linux/LinuxPlaybackMonitor.h"
 #include "platform/linux/PulseCaptureSource.h"
 #include "platform/linux/QSettingsStore.h"
+#include "ui/OverlayWindowFactory.h"
 #include "ui/shell/SettingsWindow.h"
 #include "ui/shell/TrayMenu.h"
 
@@ -34,7 +34,7 @@ AppFactories DesktopApp::makeFactories() {
     AppFactories factories;
     factories.makeOverlay = [this](OverlayPreferences& preferences,
                                    VisualizerModel& model) -> std::unique_ptr<OverlayPresenting> {
-        return std::make_unique<OverlayAdapter>(preferences, model, dates_);
+        return makeOverlay(preferences, model, uptime_);
     };
     factories.makeSettingsWindow = [](OverlayPreferences& preferences, VisualizerModel& model, SettingsActions actions,
                                       bool launchAtLoginEnabled) -> std::unique_ptr<SettingsWindowPresenting> {

@@ -32,6 +32,7 @@ OverlayPreferences::OverlayPreferences(std::shared_ptr<KeyValueStore> defaults) 
     position_ = storedPosition.value_or(OverlayPosition::center);
 
     color_ = fromRawValue<WaveColor>(store.string(colorKey).value_or("")).value_or(WaveColor::cyan);
+    renderer_ = fromRawValue<RendererChoice>(store.string(rendererKey).value_or("")).value_or(RendererChoice::automatic);
 
     if (const auto stored = store.stringArray(enabledPlayersKey)) {
         for (const std::string& raw : *stored) {
@@ -64,6 +65,7 @@ void OverlayPreferences::setAudioResponsive(bool value) { writeBool(audioRespons
 void OverlayPreferences::setDisplayMode(OverlayDisplayMode value) { writeRawValue(displayModeKey, displayMode_, value); }
 void OverlayPreferences::setPosition(OverlayPosition value) { writeRawValue(positionKey, position_, value); }
 void OverlayPreferences::setColor(WaveColor value) { writeRawValue(colorKey, color_, value); }
+void OverlayPreferences::setRenderer(RendererChoice value) { writeRawValue(rendererKey, renderer_, value); }
 
 void OverlayPreferences::setEnabledPlayers(MusicPlayerSet value) {
     objectWillChange();

@@ -28,6 +28,14 @@ struct EnumTraits<OverlayPosition> {
 };
 std::string_view title(OverlayPosition position);  // "Top of Screen", "Center of Screen", "Bottom of Screen"
 
+// How the wave is drawn: `automatic` uses OpenGL unless it is missing or runs in software, where the
+// CPU drawing path is cheaper; `cpu` and `gl` force one path.
+enum class RendererChoice { automatic, cpu, gl };
+template <>
+struct EnumTraits<RendererChoice> {
+    static constexpr std::array<std::string_view, 3> rawValues{"automatic", "cpu", "gl"};
+};
+
 using MusicPlayerSet = std::set<MusicPlayer>;
 
 class OverlayPreferences {
@@ -41,6 +49,7 @@ public:
     static constexpr const char* positionKey = "overlayPosition";
     static constexpr const char* colorKey = "waveColor";
     static constexpr const char* enabledPlayersKey = "enabledMusicPlayers";
+    static constexpr const char* rendererKey = "renderer";
 
     // Reads every member from the store; writes nothing.
     explicit OverlayPreferences(std::shared_ptr<KeyValueStore> defaults);
@@ -53,6 +62,7 @@ public:
     OverlayPosition position() const { return position_; }
     WaveColor color() const { return color_; }
     const MusicPlayerSet& enabledPlayers() const { return enabledPlayers_; }
+    RendererChoice renderer() const { return renderer_; }
 
     // Every assignment notifies observers first, then stores and writes through, even when the
     // value equals the old one.
@@ -63,6 +73,7 @@ public:
     void setDisplayMode(OverlayDisplayMode value);
     void setPosition(OverlayPosition value);
     void setColor(WaveColor value);
+    void setRenderer(RendererChoice value);
     void setEnabledPlayers(MusicPlayerSet value);
     // Inserts or removes one player; writes the sorted array even when the set did not change.
     void setPlayer(MusicPlayer player, bool enabled);
@@ -94,6 +105,7 @@ private:
     OverlayPosition position_ = OverlayPosition::center;
     WaveColor color_ = WaveColor::cyan;
     MusicPlayerSet enabledPlayers_;
+    RendererChoice renderer_ = RendererChoice::automatic;
     std::shared_ptr<KeyValueStore> defaults_;
 };
 

@@ -106,9 +106,9 @@ int main(int argc, char** argv) {
         error);
     if (!player) return fail(error, 1);
 
-    ReferenceDateClock clock;
+    SteadyClock clock;
     auto controller = makeOverlayWindowController(preferences, model, clock);
-    controller->show();
+    controller->showOverlay();
     std::printf("showing %s (%.1f s)\n", path.c_str(), player->duration());
     std::fflush(stdout);
 
@@ -134,6 +134,6 @@ int main(int argc, char** argv) {
     });
     ticker.start(10);
     const int status = app.exec();
-    controller->hide();
+    controller->hideOverlay();
     return status;
 }

@@ -102,6 +102,8 @@ SettingsActions AppDelegate::settingsActions() {
     actions.setPosition =
         weakly(this, alive, [](AppDelegate& self, OverlayPosition position) { self.setPosition(position); });
     actions.setColor = weakly(this, alive, [](AppDelegate& self, WaveColor color) { self.setColor(color); });
+    actions.setRenderer =
+        weakly(this, alive, [](AppDelegate& self, RendererChoice choice) { self.setRenderer(choice); });
     actions.setPlayerEnabled = weakly(
         this, alive, [](AppDelegate& self, MusicPlayer player, bool enabled) { self.setPlayer(player, enabled); });
     actions.retryAudioCapture = weakly(this, alive, [](AppDelegate& self) { self.retryAudioCapture(); });
@@ -183,6 +185,8 @@ void AppDelegate::setColor(WaveColor color) {
     preferences_.setColor(color);
     refreshMenuState();
 }
+
+void AppDelegate::setRenderer(RendererChoice choice) { preferences_.setRenderer(choice); }
 
 void AppDelegate::setPlayer(MusicPlayer player, bool enabled) {
     preferences_.setPlayer(player, enabled);

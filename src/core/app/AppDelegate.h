@@ -56,6 +56,7 @@ public:
     void setDisplayMode(OverlayDisplayMode mode);
     void setPosition(OverlayPosition position);
     void setColor(WaveColor color);
+    void setRenderer(RendererChoice choice);
     void setPlayer(MusicPlayer player, bool enabled);
     void retryAudioCapture();
     // Answers whether the login item is enabled afterwards.

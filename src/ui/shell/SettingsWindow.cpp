@@ -10,7 +10,7 @@
 
 #include "ui/shell/SettingsView.h"
 #include "ui/shell/WaveformIcon.h"
-#include "ui/shell/X11Desktop.h"
+#include "platform/x11/X11Desktop.h"
 
 namespace lorvane {
 
@@ -39,13 +39,13 @@ SettingsWindow::SettingsWindow(OverlayPreferences& preferences, VisualizerModel&
 
 void SettingsWindow::present() {
     winId();  // the native window must exist to carry the desktop hint
-    putOnAllDesktops(windowHandle());
+    x11::putOnAllDesktops(windowHandle());
     if (isMinimized()) {
         showNormal();
     } else {
         show();
     }
-    putOnAllDesktops(windowHandle());
+    x11::putOnAllDesktops(windowHandle());
     raise();
     activateWindow();
 }
