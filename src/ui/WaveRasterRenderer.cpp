@@ -192,9 +192,9 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const Q
     const WaveLayout& layout = frame.layout;
     const RectF& canvas = frame.composition.waveform;
     const double sigma = layout.glowRadius * scale;
-    // A quarter of the resolution keeps the blur at 1 to 1.4 glow pixels for the two modes at 1x;
-    // narrower blurs (never drawn today) would show the coarser grid.
-    glowScale_ = sigma >= 4 ? 0.25 : sigma >= 2 ? 0.5 : 1.0;
+    // The GL path's grid: a quarter of the resolution for blurs of 5 pixels or more (fog, and every
+    // 2x screen), half for the compact band's 4 at 1x, where a quarter would show the coarser grid.
+    glowScale_ = sigma >= 5 ? 0.25 : sigma >= 3 ? 0.5 : 1.0;
     const double toGlow = scale * glowScale_;
     const Blur blur = gaussian(sigma * glowScale_);
     const int margin = blur.radius + 2;

@@ -3,7 +3,8 @@
 // or runs in software. It draws what the GL renderer draws, rule for rule: bars from pre-rendered
 // dash sprites (one set per bar width and dash pattern, at sixteenth-pixel offsets), tinted and
 // blitted per bar down to its half-height; dots and sparkles; the glow stroked and blurred at a
-// quarter of the resolution, then scaled up under the bars. Only the canvas's pixels are touched.
+// quarter of the resolution (half for the compact band at 1x), then scaled up under the bars. Only
+// the canvas's pixels are touched.
 
 #include <QImage>
 #include <QRect>
