@@ -257,10 +257,16 @@ bool OverlayWindow::drawOnCpu(const WaveFrame& frame, const RgbaColor& backgroun
     }
     const RgbaColor fill = WaveRasterRenderer::panelFill(frame, background);
     const bool whole = !(painted_ == fill);
-    // Only the canvas changes from frame to frame; the rest of the panel is its plain fill.
-    const RectF& canvas = frame.composition.waveform;
-    const QRect canvasPoints = QRectF(canvas.x, canvas.y, canvas.width, canvas.height).toAlignedRect();
-    const QRegion region = whole ? QRegion(QRect(QPoint(0, 0), size())) : QRegion(canvasPoints);
+    // Only the rows the wave reaches now or reached last time change; the rest of the panel keeps
+    // its plain fill (the backing store keeps its pixels, and clears only what it is asked to paint).
+    const double ratio = devicePixelRatio();
+    const QRect reach = WaveRasterRenderer::wavePixels(frame, ratio);
+    const QRect pixels = whole ? QRect(QPoint(0, 0), size() * ratio) : reach.united(lastReach_);
+    lastReach_ = reach;
+    const QRect points(static_cast<int>(std::floor(pixels.left() / ratio)), static_cast<int>(std::floor(pixels.top() / ratio)),
+                       static_cast<int>(std::ceil((pixels.right() + 1) / ratio)) - static_cast<int>(std::floor(pixels.left() / ratio)),
+                       static_cast<int>(std::ceil((pixels.bottom() + 1) / ratio)) - static_cast<int>(std::floor(pixels.top() / ratio)));
+    const QRegion region(points);
     backingStore_->beginPaint(region);
     auto* image = dynamic_cast<QImage*>(backingStore_->paintDevice());
     if (image && image->format() == QImage::Format_ARGB32_Premultiplied) {
@@ -273,7 +279,10 @@ bool OverlayWindow::drawOnCpu(const WaveFrame& frame, const RgbaColor& backgroun
                                               static_cast<float>(fill.alpha > 0 ? fill.blue / fill.alpha : 0),
                                               static_cast<float>(fill.alpha)));
         }
-        rasterRenderer_.drawCanvas(frame, *image, background);
+        const QRect limit(QPoint(static_cast<int>(std::floor(points.left() * ratio)), static_cast<int>(std::floor(points.top() * ratio))),
+                          QPoint(static_cast<int>(std::ceil((points.right() + 1) * ratio)) - 1,
+                                 static_cast<int>(std::ceil((points.bottom() + 1) * ratio)) - 1));
+        rasterRenderer_.drawCanvas(frame, *image, background, limit);
     } else {
         // A backing store that is no premultiplied image: draw aside and copy.
         const QImage picture = rasterRenderer_.render(frame, devicePixelRatio(), background);

@@ -39,17 +39,6 @@ inline void blend(std::uint32_t& pixel, const Colour& colour, float alpha) {
                  static_cast<int>(b + 0.5f));
 }
 
-// Source-over of a premultiplied colour (components 0...1) onto a premultiplied pixel.
-inline void blendPremultiplied(std::uint32_t& pixel, const float* source) {
-    const float keep = 1.0f - source[3];
-    const float r = source[0] * 255.0f + static_cast<float>((pixel >> 16) & 0xFF) * keep;
-    const float g = source[1] * 255.0f + static_cast<float>((pixel >> 8) & 0xFF) * keep;
-    const float b = source[2] * 255.0f + static_cast<float>(pixel & 0xFF) * keep;
-    const float a = source[3] * 255.0f + static_cast<float>(pixel >> 24) * keep;
-    pixel = pack(static_cast<int>(a + 0.5f), static_cast<int>(r + 0.5f), static_cast<int>(g + 0.5f),
-                 static_cast<int>(b + 0.5f));
-}
-
 // The glow targets of the GL path hold bytes.
 inline float quantize(float unit) { return std::round(unit * 255.0f) * (1.0f / 255.0f); }
 
@@ -129,9 +118,28 @@ QImage WaveRasterRenderer::render(const WaveFrame& frame, double ratio, const Rg
     return image;
 }
 
-QRect WaveRasterRenderer::drawCanvas(const WaveFrame& frame, QImage& image, const RgbaColor& background) {
+QRect WaveRasterRenderer::wavePixels(const WaveFrame& frame, double ratio) {
+    const WaveLayout& layout = frame.layout;
+    double extent = 0;
+    for (const WaveBar& bar : layout.bars) {
+        extent = std::max(extent, bar.halfHeight + layout.barWidth / 2 + layout.dotDiameter / 2);
+        if (bar.sparkleReach) extent = std::max(extent, *bar.sparkleReach + layout.sparkleDiameter / 2);
+    }
+    // The glow reaches its stroke's half width plus three standard deviations of the blur beyond.
+    extent += layout.glowLineWidth / 2 + 3 * layout.glowRadius + 2;
+    const RectF& canvas = frame.composition.waveform;
+    const double mid = canvas.y + layout.midY;
+    const int top = static_cast<int>(std::floor((mid - extent) * ratio)) - 2;
+    const int bottom = static_cast<int>(std::ceil((mid + extent) * ratio)) + 2;
+    const QRect all = canvasPixels(frame, ratio);
+    return QRect(all.left(), top, all.width(), bottom - top).intersected(all);
+}
+
+QRect WaveRasterRenderer::drawCanvas(const WaveFrame& frame, QImage& image, const RgbaColor& background,
+                                     const QRect& limit) {
     const double scale = image.devicePixelRatio();
-    const QRect clip = canvasPixels(frame, scale).intersected(image.rect());
+    QRect clip = canvasPixels(frame, scale).intersected(image.rect());
+    if (!limit.isNull()) clip = clip.intersected(limit);
     if (clip.isEmpty()) return {};
     const RgbaColor fill = panelFill(frame, background);
     const std::uint32_t packed =
@@ -261,30 +269,33 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const Q
         }
     }
 
-    // The separable Gaussian: across into the scratch buffer, then down back into the glow.
+    // The separable Gaussian: across into the scratch buffer, then down back into the glow. The
+    // margins are wider than the kernel and stay clear, so neither pass needs to clamp at the edges;
+    // both run over whole rows as flat arrays, which the compiler vectorises.
     const float* weights = blur.weights.data();
+    const std::size_t rowFloats = static_cast<std::size_t>(width) * 4;
+    const std::size_t reach = static_cast<std::size_t>(radius) * 4;
     for (int y = readTop; y < readBottom; ++y) {
-        for (int x = 0; x < width; ++x) {
-            float sum[4] = {0, 0, 0, 0};
-            for (int k = -radius; k <= radius; ++k) {
-                const float* s = at(glow_, std::clamp(x + k, 0, width - 1), y);
-                const float w = weights[std::abs(k)];
-                for (int c = 0; c < 4; ++c) sum[c] += s[c] * w;
-            }
-            float* d = at(glowScratch_, x, y);
-            for (int c = 0; c < 4; ++c) d[c] = quantize(sum[c]);
+        const float* __restrict in = at(glow_, 0, y);
+        float* __restrict out = at(glowScratch_, 0, y);
+        std::fill(out, out + reach, 0.0f);
+        std::fill(out + rowFloats - reach, out + rowFloats, 0.0f);
+        for (std::size_t i = reach; i < rowFloats - reach; ++i) out[i] = in[i] * weights[0];
+        for (int k = 1; k <= radius; ++k) {
+            const float w = weights[k];
+            const std::size_t step = static_cast<std::size_t>(k) * 4;
+            for (std::size_t i = reach; i < rowFloats - reach; ++i) out[i] += (in[i - step] + in[i + step]) * w;
         }
     }
     for (int y = bandTop; y < bandBottom; ++y) {
-        for (int x = 0; x < width; ++x) {
-            float sum[4] = {0, 0, 0, 0};
-            for (int k = -radius; k <= radius; ++k) {
-                const float* s = at(glowScratch_, x, std::clamp(y + k, 0, height - 1));
-                const float w = weights[std::abs(k)];
-                for (int c = 0; c < 4; ++c) sum[c] += s[c] * w;
-            }
-            float* d = at(glow_, x, y);
-            for (int c = 0; c < 4; ++c) d[c] = quantize(sum[c]);
+        float* __restrict out = at(glow_, 0, y);
+        const float* __restrict centre = at(glowScratch_, 0, y);
+        for (std::size_t i = 0; i < rowFloats; ++i) out[i] = centre[i] * weights[0];
+        for (int k = 1; k <= radius; ++k) {
+            const float w = weights[k];
+            const float* __restrict above = at(glowScratch_, 0, std::max(y - k, 0));
+            const float* __restrict below = at(glowScratch_, 0, std::min(y + k, height - 1));
+            for (std::size_t i = 0; i < rowFloats; ++i) out[i] += (above[i] + below[i]) * w;
         }
     }
 
@@ -299,8 +310,13 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const Q
     last = std::min(last, clip.bottom() + 1);
     if (left >= right || first >= last) return;
     const int columns = right - left;
-    std::vector<int> column0(static_cast<std::size_t>(columns)), column1(static_cast<std::size_t>(columns));
-    std::vector<float> columnWeight(static_cast<std::size_t>(columns));
+    const std::size_t columnFloats = static_cast<std::size_t>(columns) * 4;
+    std::vector<int>& column0 = column0_;
+    std::vector<int>& column1 = column1_;
+    std::vector<float>& columnWeight = columnWeight_;
+    column0.resize(static_cast<std::size_t>(columns));
+    column1.resize(static_cast<std::size_t>(columns));
+    columnWeight.resize(static_cast<std::size_t>(columns));
     for (int i = 0; i < columns; ++i) {
         const float u = (static_cast<float>(left + i) + 0.5f - static_cast<float>(originX)) * gs + margin - 0.5f;
         const float floorU = std::floor(u);
@@ -308,8 +324,10 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const Q
         column1[static_cast<std::size_t>(i)] = std::clamp(static_cast<int>(floorU) + 1, 0, width - 1);
         columnWeight[static_cast<std::size_t>(i)] = u - floorU;
     }
-    upper_.resize(static_cast<std::size_t>(columns) * 4);
-    lower_.resize(static_cast<std::size_t>(columns) * 4);
+    upper_.resize(columnFloats);
+    lower_.resize(columnFloats);
+    mixed_.resize(columnFloats);
+    float* __restrict mixed = mixed_.data();
     auto widen = [&](int glowRow, std::vector<float>& out) {
         for (int i = 0; i < columns; ++i) {
             const std::size_t n = static_cast<std::size_t>(i);
@@ -339,17 +357,28 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const Q
             widen(row1, lower_);
             lowerRow = row1;
         }
+        const float* __restrict upper = upper_.data();
+        const float* __restrict lower = lower_.data();
+        for (std::size_t i = 0; i < columnFloats; ++i) mixed[i] = (upper[i] + (lower[i] - upper[i]) * f) * 255.0f + 0.5f;
         auto* row = reinterpret_cast<std::uint32_t*>(image.scanLine(py)) + left;
         for (int i = 0; i < columns; ++i) {
-            const std::size_t n = static_cast<std::size_t>(i) * 4;
-            float source[4];
-            for (int c = 0; c < 4; ++c) source[c] = upper_[n + static_cast<std::size_t>(c)] +
-                                                    (lower_[n + static_cast<std::size_t>(c)] - upper_[n + static_cast<std::size_t>(c)]) * f;
-            if (source[3] < 0.5f / 255.0f && source[0] < 0.5f / 255.0f && source[1] < 0.5f / 255.0f &&
-                source[2] < 0.5f / 255.0f) {
-                continue;
-            }
-            blendPremultiplied(row[i], source);
+            const float* p = mixed + static_cast<std::size_t>(i) * 4;
+            const auto alpha = static_cast<std::uint32_t>(p[3]);
+            const auto red = static_cast<std::uint32_t>(p[0]), green = static_cast<std::uint32_t>(p[1]),
+                       blue = static_cast<std::uint32_t>(p[2]);
+            if ((alpha | red | green | blue) == 0) continue;
+            // Premultiplied source-over in integers, two channels at a time.
+            const std::uint32_t keep = 255 - std::min<std::uint32_t>(alpha, 255);
+            const std::uint32_t d = row[i];
+            std::uint32_t rb = (d & 0xFF00FF) * keep + 0x800080;
+            rb = ((rb + ((rb >> 8) & 0xFF00FF)) >> 8) & 0xFF00FF;
+            std::uint32_t ag = ((d >> 8) & 0xFF00FF) * keep + 0x800080;
+            ag = (ag + ((ag >> 8) & 0xFF00FF)) & 0xFF00FF00;
+            const std::uint32_t source = (std::min<std::uint32_t>(alpha, 255) << 24) |
+                                         (std::min<std::uint32_t>(red, 255) << 16) |
+                                         (std::min<std::uint32_t>(green, 255) << 8) | std::min<std::uint32_t>(blue, 255);
+            // Each channel stays within a byte: premultiplied colour never exceeds its alpha.
+            row[i] = source + rb + ag;
         }
     }
 }

@@ -25,10 +25,14 @@ public:
     // The canvas's pixels in a panel image at `devicePixelRatio`.
     static QRect canvasPixels(const WaveFrame& frame, double devicePixelRatio);
 
+    // The pixels of the canvas this frame's wave (with its glow and sparkles) can touch.
+    static QRect wavePixels(const WaveFrame& frame, double devicePixelRatio);
+
     // Fills the canvas's pixels of `image` (the panel, premultiplied ARGB32, at `devicePixelRatio`)
-    // with the panel's fill and draws the frame's wave over it. Pixels outside the canvas are left
-    // as they are. Answers the rectangle drawn.
-    QRect drawCanvas(const WaveFrame& frame, QImage& image, const RgbaColor& premultipliedBackground);
+    // with the panel's fill and draws the frame's wave over it. Pixels outside the canvas, or outside
+    // `limit` when given (it must hold wavePixels()), are left as they are. Answers the rectangle drawn.
+    QRect drawCanvas(const WaveFrame& frame, QImage& image, const RgbaColor& premultipliedBackground,
+                     const QRect& limit = QRect());
 
     // The whole panel in a new image (pictures, tests and tools).
     QImage render(const WaveFrame& frame, double devicePixelRatio, const RgbaColor& premultipliedBackground);
@@ -56,6 +60,9 @@ private:
     DashSprites sprites_;
     std::vector<float> glow_, glowScratch_;  // premultiplied RGBA at glow resolution
     std::vector<float> upper_, lower_;      // one glow row scaled up to the image's width
+    std::vector<float> mixed_;              // the two mixed for one image row
+    std::vector<int> column0_, column1_;    // the glow columns under each image column
+    std::vector<float> columnWeight_;
     double glowScale_ = 0.25;
 };
 
