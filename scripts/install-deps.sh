@@ -8,6 +8,7 @@ build_packages=(
   qt6-base-dev libqt6opengl6-dev qt6-qpa-plugins libgl-dev libegl-dev libgl1-mesa-dri
   libpulse-dev libfftw3-dev libsndfile1-dev libxcb1-dev libxcb-shape0-dev libx11-xcb-dev
   libgtest-dev libgmock-dev libbenchmark-dev
+  libwayland-dev wayland-protocols qt6-wayland qt6-base-private-dev
   dbus-x11 pulseaudio
 )
 # The desktop the tests run against: a virtual X server with a real window manager,
@@ -15,6 +16,7 @@ build_packages=(
 test_packages=(
   xvfb xauth openbox x11-utils xdotool dbus pulseaudio-utils playerctl
   x11-xserver-utils xcompmgr
+  sway grim weston xwayland
 )
 
 packages=("${build_packages[@]}")

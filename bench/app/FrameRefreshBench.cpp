@@ -24,9 +24,10 @@ struct Shell {
                   return std::make_unique<TrayMenu>(std::move(handler));
               };
               environment.factories.makeSettingsWindow = [](OverlayPreferences& preferences, VisualizerModel& model,
-                                                            SettingsActions actions, bool launchAtLogin) {
-                  return std::make_unique<SettingsWindow>(preferences, model, std::move(actions), launchAtLogin,
-                                                          QStringLiteral("Version 1 (Build 1)"));
+                                                            PlaybackStatus& playbackStatus, SettingsActions actions,
+                                                            bool launchAtLogin) {
+                  return std::make_unique<SettingsWindow>(preferences, model, playbackStatus, std::move(actions),
+                                                          launchAtLogin, QStringLiteral("Version 1 (Build 1)"));
               };
           }) {
         h.launch();

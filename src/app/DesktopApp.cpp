@@ -7,7 +7,7 @@
 #include "platform/linux/LinuxPlaybackMonitor.h"
 #include "platform/linux/PulseCaptureSource.h"
 #include "platform/linux/QSettingsStore.h"
-#include "ui/OverlayWindowFactory.h"
+#include "platform/wayland/OverlayControllerFactory.h"
 #include "ui/shell/SettingsWindow.h"
 #include "ui/shell/TrayMenu.h"
 
@@ -15,7 +15,8 @@ namespace lorvane {
 
 void QtApplicationTerminator::terminate() { QCoreApplication::quit(); }
 
-DesktopApp::DesktopApp() : loginItem_(QCoreApplication::applicationFilePath()) {
+DesktopApp::DesktopApp(OverlayPath overlayPath)
+    : loginItem_(QCoreApplication::applicationFilePath()), overlayPath_(overlayPath) {
     AppEnvironment environment;
     environment.defaults = std::make_shared<QSettingsStore>();
     environment.mainQueue = &mainQueue_;
@@ -34,12 +35,14 @@ AppFactories DesktopApp::makeFactories() {
     AppFactories factories;
     factories.makeOverlay = [this](OverlayPreferences& preferences,
                                    VisualizerModel& model) -> std::unique_ptr<OverlayPresenting> {
-        return makeOverlay(preferences, model, uptime_);
+        return makeOverlayController(overlayPath_, preferences, model, uptime_);
     };
-    factories.makeSettingsWindow = [](OverlayPreferences& preferences, VisualizerModel& model, SettingsActions actions,
+    factories.makeSettingsWindow = [](OverlayPreferences& preferences, VisualizerModel& model,
+                                      PlaybackStatus& playbackStatus, SettingsActions actions,
                                       bool launchAtLoginEnabled) -> std::unique_ptr<SettingsWindowPresenting> {
         const QString version = QString::fromStdString(versionText(LORVANE_VERSION, LORVANE_BUILD));
-        return std::make_unique<SettingsWindow>(preferences, model, std::move(actions), launchAtLoginEnabled, version);
+        return std::make_unique<SettingsWindow>(preferences, model, playbackStatus, std::move(actions),
+                                                launchAtLoginEnabled, version);
     };
     factories.makeStatusMenu = [](MenuCommandHandler handler) -> std::unique_ptr<StatusMenuPresenting> {
         return std::make_unique<TrayMenu>(std::move(handler));

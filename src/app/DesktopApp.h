@@ -6,6 +6,7 @@
 
 #include "core/Clock.h"
 #include "core/app/AppDelegate.h"
+#include "core/app/OverlayPath.h"
 #include "platform/linux/PulseOutputVolume.h"
 #include "platform/linux/SoundSettingsLauncher.h"
 #include "platform/linux/XdgAutostartLoginItem.h"
@@ -21,7 +22,8 @@ public:
 
 class DesktopApp {
 public:
-    DesktopApp();
+    // `overlayPath` is the one chosen at start-up, before the application object existed.
+    explicit DesktopApp(OverlayPath overlayPath = OverlayPath::x11);
     ~DesktopApp();
 
     AppDelegate& delegate() { return *delegate_; }
@@ -36,6 +38,7 @@ private:
     SoundSettingsLauncher soundSettings_;
     QtApplicationTerminator terminator_;
     SteadyClock uptime_;
+    OverlayPath overlayPath_;
     PulseOutputVolume outputVolume_;
     std::unique_ptr<AppDelegate> delegate_;
 };

@@ -11,6 +11,7 @@
 #include "app/DesktopApp.h"
 #include "app/SingleInstance.h"
 #include "app/UnixSignalQuit.h"
+#include "platform/wayland/OverlayPathSelection.h"
 #include "ui/shell/WaveformIcon.h"
 
 int main(int argc, char* argv[]) {
@@ -18,6 +19,8 @@ int main(int argc, char* argv[]) {
         std::fputs("Lorvane needs a graphical desktop session (no DISPLAY or WAYLAND_DISPLAY is set).\n", stderr);
         return EXIT_FAILURE;
     }
+    // Picks Qt's platform plugin to match the overlay, so it must run before the application exists.
+    const lorvane::OverlayPathChoice overlayPath = lorvane::selectOverlayPath();
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Lorvane"));
     QApplication::setApplicationVersion(QStringLiteral(LORVANE_VERSION));
@@ -40,7 +43,7 @@ int main(int argc, char* argv[]) {
     }
 
     lorvane::UnixSignalQuit signalQuit;
-    lorvane::DesktopApp desktop;
+    lorvane::DesktopApp desktop(overlayPath.path);
     lorvane::AppDelegate& delegate = desktop.delegate();
     instance.reopenRequested = [&delegate] {
         bool visibleWindows = false;

@@ -4,6 +4,8 @@
 #include <array>
 #include <vector>
 
+#include "core/app/SettingsTable.h"
+
 namespace lorvane {
 
 std::string_view title(OverlayDisplayMode mode) {
@@ -16,22 +18,25 @@ std::string_view title(OverlayPosition position) {
 }
 
 OverlayPreferences::OverlayPreferences(std::shared_ptr<KeyValueStore> defaults) : defaults_(std::move(defaults)) {
+    // Defaults come from the settings table, which the menu and the settings window read too.
     const KeyValueStore& store = *defaults_;
-    overlayEnabled_ = boolValue(store, overlayEnabledKey, true);
-    autoShow_ = boolValue(store, autoShowKey, true);
-    avoidsCoveringWindows_ = boolValue(store, avoidsCoveringWindowsKey, true);
-    audioResponsive_ = boolValue(store, audioResponsiveKey, true);
+    overlayEnabled_ = boolValue(store, overlayEnabledKey, defaultToggle(PreferenceKey::overlayEnabled));
+    autoShow_ = boolValue(store, autoShowKey, defaultToggle(PreferenceKey::autoShow));
+    avoidsCoveringWindows_ =
+        boolValue(store, avoidsCoveringWindowsKey, defaultToggle(PreferenceKey::avoidsCoveringWindows));
+    audioResponsive_ = boolValue(store, audioResponsiveKey, defaultToggle(PreferenceKey::audioResponsive));
 
     const std::string mode = store.string(displayModeKey).value_or("");
     displayMode_ = fromRawValue<OverlayDisplayMode>(mode) == OverlayDisplayMode::fullscreenFog
                        ? OverlayDisplayMode::fullscreenFog
-                       : OverlayDisplayMode::compact;
+                       : defaultChoice<OverlayDisplayMode>(PreferenceKey::displayMode);
 
     const std::string position = store.string(positionKey).value_or("");
     const auto storedPosition = fromRawValue<OverlayPosition>(position);
-    position_ = storedPosition.value_or(OverlayPosition::center);
+    position_ = storedPosition.value_or(defaultChoice<OverlayPosition>(PreferenceKey::position));
 
-    color_ = fromRawValue<WaveColor>(store.string(colorKey).value_or("")).value_or(WaveColor::cyan);
+    color_ = fromRawValue<WaveColor>(store.string(colorKey).value_or(""))
+                 .value_or(defaultChoice<WaveColor>(PreferenceKey::color));
     renderer_ = fromRawValue<RendererChoice>(store.string(rendererKey).value_or("")).value_or(RendererChoice::automatic);
 
     if (const auto stored = store.stringArray(enabledPlayersKey)) {
@@ -49,28 +54,40 @@ bool OverlayPreferences::boolValue(const KeyValueStore& store, const std::string
     return store.boolean(key);
 }
 
-void OverlayPreferences::writeBool(const char* key, bool& member, bool value) {
+void OverlayPreferences::writeBool(PreferenceKey key, bool& member, bool value) {
     objectWillChange();
+    const bool differs = member != value;
     member = value;
-    defaults_->setBool(key, member);
+    defaults_->setBool(std::string(rawValue(key)), member);
+    if (differs) changed(key);
 }
 
-void OverlayPreferences::setOverlayEnabled(bool value) { writeBool(overlayEnabledKey, overlayEnabled_, value); }
-void OverlayPreferences::setAutoShow(bool value) { writeBool(autoShowKey, autoShow_, value); }
+void OverlayPreferences::setOverlayEnabled(bool value) { writeBool(PreferenceKey::overlayEnabled, overlayEnabled_, value); }
+void OverlayPreferences::setAutoShow(bool value) { writeBool(PreferenceKey::autoShow, autoShow_, value); }
 void OverlayPreferences::setAvoidsCoveringWindows(bool value) {
-    writeBool(avoidsCoveringWindowsKey, avoidsCoveringWindows_, value);
+    writeBool(PreferenceKey::avoidsCoveringWindows, avoidsCoveringWindows_, value);
 }
-void OverlayPreferences::setAudioResponsive(bool value) { writeBool(audioResponsiveKey, audioResponsive_, value); }
+void OverlayPreferences::setAudioResponsive(bool value) {
+    writeBool(PreferenceKey::audioResponsive, audioResponsive_, value);
+}
 
-void OverlayPreferences::setDisplayMode(OverlayDisplayMode value) { writeRawValue(displayModeKey, displayMode_, value); }
-void OverlayPreferences::setPosition(OverlayPosition value) { writeRawValue(positionKey, position_, value); }
-void OverlayPreferences::setColor(WaveColor value) { writeRawValue(colorKey, color_, value); }
-void OverlayPreferences::setRenderer(RendererChoice value) { writeRawValue(rendererKey, renderer_, value); }
+void OverlayPreferences::setDisplayMode(OverlayDisplayMode value) {
+    writeRawValue(PreferenceKey::displayMode, displayMode_, value);
+}
+void OverlayPreferences::setPosition(OverlayPosition value) { writeRawValue(PreferenceKey::position, position_, value); }
+void OverlayPreferences::setColor(WaveColor value) { writeRawValue(PreferenceKey::color, color_, value); }
+void OverlayPreferences::setRenderer(RendererChoice value) {
+    objectWillChange();
+    renderer_ = value;
+    defaults_->setString(rendererKey, std::string(rawValue(renderer_)));
+}
 
 void OverlayPreferences::setEnabledPlayers(MusicPlayerSet value) {
     objectWillChange();
+    const bool differs = enabledPlayers_ != value;
     enabledPlayers_ = std::move(value);
     writeEnabledPlayers();
+    if (differs) changed(PreferenceKey::enabledPlayers);
 }
 
 void OverlayPreferences::setPlayer(MusicPlayer player, bool enabled) {

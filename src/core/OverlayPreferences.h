@@ -38,17 +38,35 @@ struct EnumTraits<RendererChoice> {
 
 using MusicPlayerSet = std::set<MusicPlayer>;
 
+// Names what changed; the raw value is the member's store key.
+enum class PreferenceKey {
+    overlayEnabled,
+    autoShow,
+    avoidsCoveringWindows,
+    audioResponsive,
+    displayMode,
+    position,
+    color,
+    enabledPlayers
+};
+template <>
+struct EnumTraits<PreferenceKey> {
+    static constexpr std::array<std::string_view, 8> rawValues{
+        "overlayEnabled", "autoShow",        "avoidsCoveringWindows", "audioResponsive",
+        "overlayDisplayMode", "overlayPosition", "waveColor",          "enabledMusicPlayers"};
+};
+
 class OverlayPreferences {
 public:
     // Store keys.
-    static constexpr const char* overlayEnabledKey = "overlayEnabled";
-    static constexpr const char* autoShowKey = "autoShow";
-    static constexpr const char* avoidsCoveringWindowsKey = "avoidsCoveringWindows";
-    static constexpr const char* audioResponsiveKey = "audioResponsive";
-    static constexpr const char* displayModeKey = "overlayDisplayMode";
-    static constexpr const char* positionKey = "overlayPosition";
-    static constexpr const char* colorKey = "waveColor";
-    static constexpr const char* enabledPlayersKey = "enabledMusicPlayers";
+    static constexpr const char* overlayEnabledKey = rawValue(PreferenceKey::overlayEnabled).data();
+    static constexpr const char* autoShowKey = rawValue(PreferenceKey::autoShow).data();
+    static constexpr const char* avoidsCoveringWindowsKey = rawValue(PreferenceKey::avoidsCoveringWindows).data();
+    static constexpr const char* audioResponsiveKey = rawValue(PreferenceKey::audioResponsive).data();
+    static constexpr const char* displayModeKey = rawValue(PreferenceKey::displayMode).data();
+    static constexpr const char* positionKey = rawValue(PreferenceKey::position).data();
+    static constexpr const char* colorKey = rawValue(PreferenceKey::color).data();
+    static constexpr const char* enabledPlayersKey = rawValue(PreferenceKey::enabledPlayers).data();
     static constexpr const char* rendererKey = "renderer";
 
     // Reads every member from the store; writes nothing.
@@ -64,8 +82,8 @@ public:
     const MusicPlayerSet& enabledPlayers() const { return enabledPlayers_; }
     RendererChoice renderer() const { return renderer_; }
 
-    // Every assignment notifies observers first, then stores and writes through, even when the
-    // value equals the old one.
+    // Every assignment writes through, even when the value equals the old one; `changed` is
+    // announced afterwards, and only when the value differs.
     void setOverlayEnabled(bool value);
     void setAutoShow(bool value);
     void setAvoidsCoveringWindows(bool value);
@@ -83,18 +101,22 @@ public:
 
     const KeyValueStore& defaults() const { return *defaults_; }
 
-    // Fired before any member changes.
+    // Announced after a member took a new value, keyed by that member.
+    Signal<PreferenceKey> changed;
+    // Fired before any assignment (older observers; prefer `changed`).
     Signal<> objectWillChange;
 
 private:
-    void writeBool(const char* key, bool& member, bool value);
+    void writeBool(PreferenceKey key, bool& member, bool value);
     void writeEnabledPlayers();
     // Enumerations are stored by their raw value string.
     template <typename E>
-    void writeRawValue(const char* key, E& member, E value) {
+    void writeRawValue(PreferenceKey key, E& member, E value) {
         objectWillChange();
+        const bool differs = member != value;
         member = value;
-        defaults_->setString(key, std::string(rawValue(member)));
+        defaults_->setString(std::string(rawValue(key)), std::string(rawValue(member)));
+        if (differs) changed(key);
     }
 
     bool overlayEnabled_ = true;

@@ -20,6 +20,17 @@ struct EnumTraits<AudioCaptureStatus> {
                                                                "protectedAudio"};
 };
 
+// Names what changed in the model. `liveFrame` is announced once for every live frame taken in,
+// after the values it changed, so a view can draw exactly once per frame.
+enum class VisualizerModelKey { captureStatus, audioLevel, motionRate, beatPulse, spectrum, fallbackLevel, liveFrame };
+
+template <>
+struct EnumTraits<VisualizerModelKey> {
+    static constexpr std::array<std::string_view, 7> rawValues{"captureStatus", "audioLevel", "motionRate",
+                                                               "beatPulse",     "spectrum",   "fallbackLevel",
+                                                               "liveFrame"};
+};
+
 class VisualizerModel {
 public:
     double audioLevel() const { return audioLevel_; }
@@ -35,16 +46,18 @@ public:
     void updateFallbackLevel(double level);
     void pause();
 
-    // Fired before each published value is assigned.
+    // Announced after an operation has assigned all its values, keyed by each value that took a new
+    // value, in the order captureStatus, audioLevel, motionRate, beatPulse, spectrum, fallbackLevel.
+    Signal<VisualizerModelKey> changed;
+    // Fired before each published value is assigned (older observers; prefer `changed`).
     Signal<> objectWillChange;
 
 private:
-    void publishFallbackValues();
+    // Collects the keys one operation changed and announces them when it ends.
+    class ChangeSet;
+    void publishFallbackValues(ChangeSet& changes);
     template <typename T, typename U>
-    void publish(T& member, U&& value) {
-        objectWillChange();
-        member = std::forward<U>(value);
-    }
+    void publish(ChangeSet& changes, VisualizerModelKey key, T& member, U&& value);
 
     double audioLevel_ = 0.48;
     double motionRate_ = 1.0;

@@ -200,7 +200,7 @@ public:
             overlay = made.get();
             return made;
         };
-        environment.factories.makeSettingsWindow = [this](OverlayPreferences&, VisualizerModel&,
+        environment.factories.makeSettingsWindow = [this](OverlayPreferences&, VisualizerModel&, PlaybackStatus&,
                                                           SettingsActions actions, bool launchAtLogin) {
             journal.note("make.settings");
             auto made = std::make_unique<FakeSettingsWindow>(journal, std::move(actions), launchAtLogin);

@@ -59,9 +59,10 @@ struct ShellHarness {
               };
               environment.factories.makeSettingsWindow = [this, version](OverlayPreferences& preferences,
                                                                           VisualizerModel& model,
+                                                                          PlaybackStatus& playbackStatus,
                                                                           SettingsActions actions, bool launchAtLogin) {
-                  auto made = std::make_unique<SettingsWindow>(preferences, model, std::move(actions), launchAtLogin,
-                                                               version);
+                  auto made = std::make_unique<SettingsWindow>(preferences, model, playbackStatus, std::move(actions),
+                                                               launchAtLogin, version);
                   window = made.get();
                   return made;
               };
@@ -399,11 +400,18 @@ TEST(SettingsWindow, RetryIsDisabledWithoutAudioResponseWhilePermissionsStayUsab
     auto* retry = s.find<QPushButton>(SettingsTab::audio, "Retry");
     auto* permissions = s.find<QPushButton>(SettingsTab::audio, "System Permissions");
     ASSERT_TRUE(react && retry && permissions);
+    // The tray's rule: nothing to retry while nothing plays.
+    EXPECT_FALSE(retry->isEnabled());
+    EXPECT_EQ(retry->isEnabled(), s.tray->action(MenuItemKey::retryAudio)->isEnabled());
+    s.h.play();
+    drainEvents();
     EXPECT_TRUE(retry->isEnabled());
+    EXPECT_EQ(retry->isEnabled(), s.tray->action(MenuItemKey::retryAudio)->isEnabled());
     react->click();
     drainEvents();
     EXPECT_FALSE(s.h.app->preferences().audioResponsive());
     EXPECT_FALSE(retry->isEnabled());
+    EXPECT_EQ(retry->isEnabled(), s.tray->action(MenuItemKey::retryAudio)->isEnabled());
     EXPECT_TRUE(permissions->isEnabled());
     permissions->click();
     EXPECT_EQ(s.h.audioSettings.opened, 1);

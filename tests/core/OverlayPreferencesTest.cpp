@@ -196,3 +196,69 @@ TEST(OverlayPreferences, NumberWhereAStringBelongsFallsBack) {
     EXPECT_EQ(p->position(), OverlayPosition::center);
     EXPECT_EQ(p->color(), WaveColor::cyan);
 }
+
+// MARK: Keyed change announcements
+
+namespace {
+struct ChangeLog {
+    explicit ChangeLog(OverlayPreferences& preferences) : preferences_(preferences) {
+        preferences.changed.connect([this](PreferenceKey key) {
+            keys.push_back(key);
+            // Announced after the change: the new value is already readable and stored.
+            storedWhenAnnounced.push_back(preferences_.defaults().object(std::string(rawValue(key))).has_value());
+        });
+    }
+    std::vector<PreferenceKey> keys;
+    std::vector<bool> storedWhenAnnounced;
+
+private:
+    OverlayPreferences& preferences_;
+};
+}  // namespace
+
+TEST(OverlayPreferencesChanges, EachMemberAnnouncesItsOwnKeyAfterTheChange) {
+    Fixture f;
+    auto p = f.preferences();
+    ChangeLog log(*p);
+    std::vector<bool> seenValues;
+    p->changed.connect([&](PreferenceKey key) {
+        if (key == PreferenceKey::overlayEnabled) seenValues.push_back(p->overlayEnabled());
+    });
+    p->setOverlayEnabled(false);
+    p->setAutoShow(false);
+    p->setAvoidsCoveringWindows(false);
+    p->setAudioResponsive(false);
+    p->setDisplayMode(OverlayDisplayMode::fullscreenFog);
+    p->setPosition(OverlayPosition::bottom);
+    p->setColor(WaveColor::neon);
+    p->setPlayer(MusicPlayer::spotify, false);
+    const std::vector<PreferenceKey> expected{PreferenceKey::overlayEnabled,  PreferenceKey::autoShow,
+                                              PreferenceKey::avoidsCoveringWindows, PreferenceKey::audioResponsive,
+                                              PreferenceKey::displayMode,     PreferenceKey::position,
+                                              PreferenceKey::color,           PreferenceKey::enabledPlayers};
+    EXPECT_EQ(log.keys, expected);
+    EXPECT_EQ(log.storedWhenAnnounced, std::vector<bool>(expected.size(), true));
+    EXPECT_EQ(seenValues, std::vector<bool>{false});
+}
+
+TEST(OverlayPreferencesChanges, AnUnchangedValueIsWrittenButNotAnnounced) {
+    Fixture f;
+    auto p = f.preferences();
+    ChangeLog log(*p);
+    p->setPosition(OverlayPosition::center);
+    p->setOverlayEnabled(true);
+    p->setColor(WaveColor::cyan);
+    p->setPlayer(MusicPlayer::spotify, true);
+    EXPECT_TRUE(log.keys.empty());
+    EXPECT_EQ(f.store->string(OverlayPreferences::positionKey), "center");
+    EXPECT_TRUE(f.store->object(OverlayPreferences::overlayEnabledKey));
+    EXPECT_TRUE(f.store->stringArray(OverlayPreferences::enabledPlayersKey));
+}
+
+TEST(OverlayPreferencesChanges, KeysRawValuesAreTheStoreKeys) {
+    EXPECT_EQ(rawValue(PreferenceKey::displayMode), "overlayDisplayMode");
+    EXPECT_EQ(rawValue(PreferenceKey::position), "overlayPosition");
+    EXPECT_EQ(rawValue(PreferenceKey::color), "waveColor");
+    EXPECT_EQ(rawValue(PreferenceKey::enabledPlayers), "enabledMusicPlayers");
+    EXPECT_STREQ(OverlayPreferences::autoShowKey, "autoShow");
+}

@@ -113,3 +113,60 @@ TEST(VisualizerModel, ObserversHearOfEachPublishedValueInTheFixedOrderBeforeItCh
     EXPECT_EQ(seen[1], "live 0.480000");     // before the level changes
     EXPECT_EQ(seen[2], "live 0.900000");
 }
+
+// MARK: Keyed change announcements
+
+namespace {
+struct ModelLog {
+    explicit ModelLog(VisualizerModel& model) {
+        model.changed.connect([this](VisualizerModelKey key) { keys.push_back(key); });
+    }
+    std::vector<VisualizerModelKey> keys;
+};
+}  // namespace
+
+TEST(VisualizerModelChanges, ALiveFrameAnnouncesEachChangedValueThenTheFrame) {
+    VisualizerModel m;
+    ModelLog log(m);
+    double levelSeen = -1;
+    m.changed.connect([&](VisualizerModelKey key) {
+        if (key == VisualizerModelKey::captureStatus) levelSeen = m.audioLevel();
+    });
+    m.updateLiveFrame(frame(0.3, 1.2, 0.4, {0.1, 0.2}));
+    using K = VisualizerModelKey;
+    EXPECT_EQ(log.keys, (std::vector<K>{K::captureStatus, K::audioLevel, K::motionRate, K::beatPulse, K::spectrum,
+                                        K::liveFrame}));
+    // Announced after the whole frame was taken in.
+    EXPECT_EQ(levelSeen, 0.3);
+
+    // The same status and level again: only what differs, and the frame itself.
+    log.keys.clear();
+    m.updateLiveFrame(frame(0.3, 1.3, 0.4, {0.1, 0.2}));
+    EXPECT_EQ(log.keys, (std::vector<K>{K::motionRate, K::liveFrame}));
+}
+
+TEST(VisualizerModelChanges, FallbackLevelWhileLiveAnnouncesOnlyTheFallbackLevel) {
+    VisualizerModel m;
+    m.updateLiveFrame(frame(0.3, 1.2, 0.4, {0.1}));
+    ModelLog log(m);
+    m.updateFallbackLevel(0.9);
+    EXPECT_EQ(log.keys, std::vector<VisualizerModelKey>{VisualizerModelKey::fallbackLevel});
+    log.keys.clear();
+    m.updateFallbackLevel(0.9);
+    EXPECT_TRUE(log.keys.empty());
+}
+
+TEST(VisualizerModelChanges, FallbackAndPauseAnnounceStatusAndValues) {
+    VisualizerModel m;
+    ModelLog log(m);
+    using K = VisualizerModelKey;
+    m.useFallbackAudio(AudioCaptureFailure::permissionRequired);
+    // 0.48 stays the level; the motion moves to the fallback's.
+    EXPECT_EQ(log.keys, (std::vector<K>{K::captureStatus, K::motionRate}));
+    log.keys.clear();
+    m.pause();
+    EXPECT_EQ(log.keys, (std::vector<K>{K::captureStatus, K::audioLevel, K::motionRate}));
+    log.keys.clear();
+    m.pause();
+    EXPECT_TRUE(log.keys.empty());
+}

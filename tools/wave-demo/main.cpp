@@ -14,7 +14,8 @@
 #include "core/KeyValueStore.h"
 #include "core/OverlayPreferences.h"
 #include "core/VisualizerModel.h"
-#include "ui/OverlayWindowFactory.h"
+#include "platform/wayland/OverlayControllerFactory.h"
+#include "platform/wayland/OverlayPathSelection.h"
 
 namespace {
 
@@ -91,9 +92,10 @@ int main(int argc, char** argv) {
         }
     }
     if (path.empty()) return fail("no recording given (try --help)", 2);
-    if (qEnvironmentVariableIsEmpty("DISPLAY")) return fail("no X display (DISPLAY is not set)", 1);
-    // The overlay's stacking and click-through are X11 features; under Wayland this runs on XWayland.
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "xcb");
+    if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+        return fail("no graphical session (neither DISPLAY nor WAYLAND_DISPLAY is set)", 1);
+    // The same overlay path as the program's: a layer surface where the compositor offers one.
+    const OverlayPathChoice overlayPath = selectOverlayPath();
 
     QGuiApplication app(argc, argv);
     auto preferences = std::make_shared<OverlayPreferences>(store);
@@ -107,7 +109,7 @@ int main(int argc, char** argv) {
     if (!player) return fail(error, 1);
 
     SteadyClock clock;
-    auto controller = makeOverlayWindowController(preferences, model, clock);
+    auto controller = makeOverlayController(overlayPath.path, preferences, model, clock);
     controller->showOverlay();
     std::printf("showing %s (%.1f s)\n", path.c_str(), player->duration());
     std::fflush(stdout);

@@ -73,8 +73,8 @@ void AppDelegate::applicationWillTerminate() {
 
 void AppDelegate::configureSettingsWindow() {
     if (!environment_.factories.makeSettingsWindow) return;
-    settingsWindowController_ = environment_.factories.makeSettingsWindow(preferences_, visualizerModel_,
-                                                                          settingsActions(), launchAtLoginEnabled());
+    settingsWindowController_ = environment_.factories.makeSettingsWindow(
+        preferences_, visualizerModel_, playbackStatus_, settingsActions(), launchAtLoginEnabled());
 }
 
 void AppDelegate::configureStatusItem() {
@@ -120,14 +120,14 @@ void AppDelegate::setOverlayEnabled(bool enabled) {
     preferences_.setOverlayEnabled(enabled);
     audioAndVisibilityStep(preferences_.overlayEnabled() && preferences_.autoShow() &&
                            preferences_.audioResponsive() &&
-                           currentPlaybackState_ == MusicPlaybackState::playing);
+                           currentPlaybackState() == MusicPlaybackState::playing);
 }
 
 void AppDelegate::setAutoShow(bool enabled) {
     preferences_.setAutoShow(enabled);
     audioAndVisibilityStep(preferences_.autoShow() && preferences_.overlayEnabled() &&
                            preferences_.audioResponsive() &&
-                           currentPlaybackState_ == MusicPlaybackState::playing);
+                           currentPlaybackState() == MusicPlaybackState::playing);
 }
 
 // A user action that turns the overlay back on always gets a fresh capture attempt, even inside a back-off.
@@ -145,7 +145,7 @@ void AppDelegate::audioAndVisibilityStep(bool allOn) {
 
 void AppDelegate::setAudioResponsive(bool enabled) {
     preferences_.setAudioResponsive(enabled);
-    const bool playing = currentPlaybackState_ == MusicPlaybackState::playing;
+    const bool playing = currentPlaybackState() == MusicPlaybackState::playing;
     if (preferences_.audioResponsive() && preferences_.overlayEnabled() && preferences_.autoShow() && playing) {
         audioCaptureRetryAfter_.reset();
         startAudioLevelMonitorIfNeeded();
@@ -190,7 +190,7 @@ void AppDelegate::setRenderer(RendererChoice choice) { preferences_.setRenderer(
 
 void AppDelegate::setPlayer(MusicPlayer player, bool enabled) {
     preferences_.setPlayer(player, enabled);
-    if (!enabled && currentMusicPlayer_ == player) {
+    if (!enabled && currentMusicPlayer() == player) {
         // Hide the overlay and stop capture now rather than at the next poll.
         handlePlaybackSnapshot(MusicPlaybackSnapshot::noPlayer());
     }
@@ -206,7 +206,7 @@ void AppDelegate::setPlayer(MusicPlayer player, bool enabled) {
 
 void AppDelegate::retryAudioCapture() {
     // The overlay switches are deliberately not consulted: retrying is about capture alone.
-    if (!preferences_.audioResponsive() || currentPlaybackState_ != MusicPlaybackState::playing) return;
+    if (!preferences_.audioResponsive() || currentPlaybackState() != MusicPlaybackState::playing) return;
     stopAudioLevelMonitor();
     audioCaptureRetryAfter_.reset();
     startAudioLevelMonitorIfNeeded();
@@ -236,8 +236,8 @@ void AppDelegate::openAudioCaptureSettings() {
 
 MenuState AppDelegate::menuState() const {
     MenuInputs inputs;
-    inputs.player = currentMusicPlayer_;
-    inputs.playbackState = currentPlaybackState_;
+    inputs.player = playbackStatus_.player();
+    inputs.playbackState = playbackStatus_.state();
     inputs.captureStatus = visualizerModel_.captureStatus();
     inputs.audioLevel = visualizerModel_.audioLevel();
     inputs.launchAtLoginEnabled = launchAtLoginEnabled();
@@ -309,8 +309,7 @@ void AppDelegate::quitApplication() {
 // MARK: Playback and capture
 
 void AppDelegate::handlePlaybackSnapshot(const MusicPlaybackSnapshot& snapshot) {
-    currentMusicPlayer_ = snapshot.player;
-    currentPlaybackState_ = snapshot.state;
+    playbackStatus_.update(snapshot.player, snapshot.state);
     visualizerModel_.updateFallbackLevel(snapshot.volumeLevel);
 
     if (snapshot.state != MusicPlaybackState::playing) {
@@ -337,7 +336,7 @@ void AppDelegate::stopBranch() {
 void AppDelegate::updateOverlayVisibility() {
     if (!overlayController_) return;
     if (preferences_.overlayEnabled() && preferences_.autoShow() &&
-        currentPlaybackState_ == MusicPlaybackState::playing) {
+        currentPlaybackState() == MusicPlaybackState::playing) {
         overlayController_->applyWindowLevel();
         overlayController_->reposition();
         overlayController_->orderFrontRegardless();

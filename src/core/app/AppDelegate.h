@@ -93,8 +93,9 @@ public:
     VisualizerModel& visualizerModel() { return visualizerModel_; }
     bool hasAudioLevelMonitor() const { return audioLevelMonitor_ != nullptr; }
     std::optional<double> audioCaptureRetryAfter() const { return audioCaptureRetryAfter_; }
-    std::optional<MusicPlayer> currentMusicPlayer() const { return currentMusicPlayer_; }
-    MusicPlaybackState currentPlaybackState() const { return currentPlaybackState_; }
+    const PlaybackStatus& playbackStatus() const { return playbackStatus_; }
+    std::optional<MusicPlayer> currentMusicPlayer() const { return playbackStatus_.player(); }
+    MusicPlaybackState currentPlaybackState() const { return playbackStatus_.state(); }
     MenuState menuState() const;
     bool launchAtLoginEnabled() const;
 
@@ -119,8 +120,7 @@ private:
     std::unique_ptr<PlaybackMonitoring> playbackMonitor_;
     std::unique_ptr<AudioLevelMonitoring> audioLevelMonitor_;
     std::optional<double> audioCaptureRetryAfter_;
-    std::optional<MusicPlayer> currentMusicPlayer_;
-    MusicPlaybackState currentPlaybackState_ = MusicPlaybackState::notRunning;
+    PlaybackStatus playbackStatus_;
     std::unique_ptr<StatusMenuPresenting> statusMenu_;
     // Numbers each capture attempt, so a dropped monitor can no longer reach the controller.
     std::uint64_t audioCaptureRun_ = 0;

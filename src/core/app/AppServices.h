@@ -15,6 +15,7 @@
 #include "core/OverlayPreferences.h"
 #include "core/VisualizerModel.h"
 #include "core/app/MenuState.h"
+#include "core/app/PlaybackStatus.h"
 #include "core/app/SettingsActions.h"
 #include "core/app/StatusMenuLayout.h"
 #include "core/render/OverlayPresenting.h"
@@ -78,7 +79,8 @@ using MenuCommandHandler = std::function<void(MenuCommand, const std::optional<s
 // monitor, of which one is made per capture attempt.
 struct AppFactories {
     std::function<std::unique_ptr<OverlayPresenting>(OverlayPreferences&, VisualizerModel&)> makeOverlay;
-    std::function<std::unique_ptr<SettingsWindowPresenting>(OverlayPreferences&, VisualizerModel&, SettingsActions,
+    std::function<std::unique_ptr<SettingsWindowPresenting>(OverlayPreferences&, VisualizerModel&,
+                                                            PlaybackStatus&, SettingsActions,
                                                             bool launchAtLoginEnabled)>
         makeSettingsWindow;
     std::function<std::unique_ptr<StatusMenuPresenting>(MenuCommandHandler)> makeStatusMenu;

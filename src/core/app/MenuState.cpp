@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "core/app/SettingsTable.h"
+
 namespace lorvane {
 
 std::string playbackStatusTitle(std::optional<MusicPlayer> player, MusicPlaybackState state) {
@@ -45,17 +47,16 @@ MenuState makeMenuState(const MenuInputs& inputs, const OverlayPreferences& pref
     MenuState state;
     state.playbackStatusTitle = playbackStatusTitle(inputs.player, inputs.playbackState);
     state.audioStatusTitle = audioStatusMenuTitle(inputs.captureStatus, inputs.audioLevel);
-    state.audioPermissionHidden = inputs.captureStatus != AudioCaptureStatus::permissionRequired;
-    state.retryAudioEnabled =
-        preferences.audioResponsive() && inputs.playbackState == MusicPlaybackState::playing;
+    const SettingContext context = SettingContext::of(preferences, inputs.playbackState, inputs.captureStatus);
+    state.audioPermissionHidden = !isShownInMenu(SettingKey::openAudioCaptureSettings, context);
+    state.retryAudioEnabled = isEnabled(SettingKey::retryAudioCapture, context);
     state.overlayEnabledChecked = preferences.overlayEnabled();
     state.autoShowChecked = preferences.autoShow();
     state.avoidCoveringChecked = preferences.avoidsCoveringWindows();
     state.audioResponsiveChecked = preferences.audioResponsive();
     state.compactModeChecked = preferences.displayMode() == OverlayDisplayMode::compact;
     state.fullscreenModeChecked = preferences.displayMode() == OverlayDisplayMode::fullscreenFog;
-    // Position means nothing for the full-screen fog.
-    state.positionEnabled = preferences.displayMode() == OverlayDisplayMode::compact;
+    state.positionEnabled = isEnabled(SettingKey::position, context);
     state.topPositionChecked = preferences.position() == OverlayPosition::top;
     state.centerPositionChecked = preferences.position() == OverlayPosition::center;
     state.bottomPositionChecked = preferences.position() == OverlayPosition::bottom;

@@ -1,6 +1,6 @@
 #include "core/app/StatusMenuLayout.h"
 
-#include "core/OverlayPreferences.h"
+#include "core/app/SettingsTable.h"
 
 namespace lorvane {
 
@@ -22,35 +22,61 @@ MenuEntry separator() {
     return entry;
 }
 
-MenuEntry submenu(std::string title, std::optional<MenuItemKey> key, std::vector<MenuEntry> children) {
+// The flags a fresh program shows before its first refresh.
+const SettingContext& initialContext() {
+    static const SettingContext context{};
+    return context;
+}
+
+// A toggle or a command, as the table describes it.
+MenuEntry entryFor(SettingKey key, std::string keyEquivalent = {}) {
+    const SettingDefinition& definition = setting(key);
+    MenuEntry entry = item(std::string(definition.menuTitle), definition.menuCommand, definition.menuItem,
+                           std::move(keyEquivalent));
+    if (definition.presentation == SettingPresentation::toggle) entry.toggle = MenuEntry::Toggle::check;
+    entry.hidden = !holds(definition.menuShownWhen, initialContext());
+    return entry;
+}
+
+// An exclusive choice: a submenu of radio items, one per option.
+MenuEntry choiceSubmenu(SettingKey key) {
+    const SettingDefinition& definition = setting(key);
     MenuEntry entry;
     entry.kind = MenuEntry::Kind::submenu;
-    entry.title = std::move(title);
-    entry.key = key;
-    entry.submenu = std::move(children);
+    entry.title = std::string(definition.menuTitle);
+    entry.key = definition.menuItem;
+    for (const SettingOption& option : definition.options) {
+        MenuEntry child = item(std::string(option.menuTitle), option.menuCommand, option.menuItem);
+        child.toggle = MenuEntry::Toggle::radio;
+        entry.submenu.push_back(std::move(child));
+    }
     return entry;
 }
 
 // Three blocks (solid, gradient, contrast) split by separators, each in the colours' case order.
-std::vector<MenuEntry> colorEntries() {
-    std::vector<MenuEntry> entries;
-    for (WaveColorGroup colorGroup : allCases<WaveColorGroup>()) {
-        if (colorGroup != WaveColorGroup::solid) entries.push_back(separator());
-        for (WaveColor color : allCases<WaveColor>()) {
-            if (group(color) != colorGroup) continue;
-            MenuEntry entry = item(std::string(displayName(color)), MenuCommand::selectWaveColor, std::nullopt);
-            entry.color = color;
-            entries.push_back(std::move(entry));
-        }
+MenuEntry colorSubmenu() {
+    MenuEntry entry = choiceSubmenu(SettingKey::color);
+    std::vector<MenuEntry> children;
+    std::optional<WaveColorGroup> lastGroup;
+    const auto& options = setting(SettingKey::color).options;
+    for (std::size_t i = 0; i < options.size(); ++i) {
+        const auto color = fromRawValue<WaveColor>(options[i].rawValue);
+        if (!color) continue;
+        if (lastGroup && group(*color) != *lastGroup) children.push_back(separator());
+        lastGroup = group(*color);
+        MenuEntry child = std::move(entry.submenu[i]);
+        child.color = *color;
+        children.push_back(std::move(child));
     }
-    return entries;
+    entry.submenu = std::move(children);
+    return entry;
 }
 
 }  // namespace
 
 std::vector<MenuEntry> statusMenuLayout() {
-    using C = MenuCommand;
     using K = MenuItemKey;
+    using S = SettingKey;
     std::vector<MenuEntry> menu;
 
     MenuEntry playback = item("Music Player: Detecting", std::nullopt, K::playbackStatus);
@@ -59,33 +85,26 @@ std::vector<MenuEntry> statusMenuLayout() {
     MenuEntry audio = item("Audio Response: Waiting for Playback", std::nullopt, K::audioStatus);
     audio.enabled = false;
     menu.push_back(audio);
-    MenuEntry permission = item("Open System Audio Permissions...", C::openAudioCaptureSettings, K::audioPermission);
-    permission.hidden = true;
-    menu.push_back(permission);
+    menu.push_back(entryFor(S::openAudioCaptureSettings));
     menu.push_back(separator());
 
-    menu.push_back(item("Open Settings...", C::openSettingsWindow, std::nullopt, ","));
+    menu.push_back(entryFor(S::openSettings, ","));
     menu.push_back(separator());
 
-    menu.push_back(item("Show Waveform", C::toggleOverlayEnabled, K::overlayEnabled, "w"));
-    menu.push_back(item("Show Automatically with Music Players", C::toggleAutoShow, K::autoShow));
-    menu.push_back(item("Keep on Desktop Layer", C::toggleAvoidCovering, K::avoidCovering));
-    menu.push_back(item("React to Volume and Rhythm", C::toggleAudioResponsive, K::audioResponsive));
-    menu.push_back(item("Retry Audio Detection", C::retryAudioCapture, K::retryAudio));
-    menu.push_back(submenu("Display Mode", std::nullopt,
-                           {item(std::string(title(OverlayDisplayMode::compact)), C::selectCompactMode, K::compactMode),
-                            item(std::string(title(OverlayDisplayMode::fullscreenFog)), C::selectFullscreenMode, K::fullscreenMode)}));
-    menu.push_back(submenu("Position", K::position,
-                           {item(std::string(title(OverlayPosition::top)), C::selectTopPosition, K::topPosition),
-                            item(std::string(title(OverlayPosition::center)), C::selectCenterPosition, K::centerPosition),
-                            item(std::string(title(OverlayPosition::bottom)), C::selectBottomPosition, K::bottomPosition)}));
-    menu.push_back(submenu("Color", std::nullopt, colorEntries()));
+    menu.push_back(entryFor(S::overlayEnabled, "w"));
+    menu.push_back(entryFor(S::autoShow));
+    menu.push_back(entryFor(S::avoidsCoveringWindows));
+    menu.push_back(entryFor(S::audioResponsive));
+    menu.push_back(entryFor(S::retryAudioCapture));
+    menu.push_back(choiceSubmenu(S::displayMode));
+    menu.push_back(choiceSubmenu(S::position));
+    menu.push_back(colorSubmenu());
     menu.push_back(separator());
 
-    menu.push_back(item("Launch at Login", C::toggleLaunchAtLogin, K::launchAtLogin));
+    menu.push_back(entryFor(S::launchAtLogin));
     menu.push_back(separator());
 
-    menu.push_back(item("Quit Lorvane", C::quitApplication, std::nullopt, "q"));
+    menu.push_back(entryFor(S::quit, "q"));
     return menu;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
-// The tray menu's structure: titles, order, separators, submenus, key shortcuts and initial flags.
+// The tray menu's structure: order, separators, submenus, key shortcuts and initial flags; the
+// entries themselves come from the settings table.
 // The toolkit menu is built from this list, so the structure is checked without a desktop.
 
 #include <optional>
@@ -69,8 +70,11 @@ struct EnumTraits<MenuItemKey> {
 
 struct MenuEntry {
     enum class Kind { item, separator, submenu };
+    // How the item shows a value: not at all, a check mark, or one of an exclusive group.
+    enum class Toggle { none, check, radio };
 
     Kind kind = Kind::item;
+    Toggle toggle = Toggle::none;
     std::string title;
     std::optional<MenuCommand> command;
     // A single character used with the platform's command modifier (Ctrl here); empty means none.
@@ -85,7 +89,7 @@ struct MenuEntry {
     bool isSeparator() const { return kind == Kind::separator; }
 };
 
-// The whole menu, top to bottom.
+// The whole menu, top to bottom. Titles, commands, kinds and rules come from the settings table.
 std::vector<MenuEntry> statusMenuLayout();
 
 }  // namespace lorvane

@@ -11,6 +11,7 @@
 #include <QTimer>
 #include <QVBoxLayout>
 
+#include "core/app/SettingsTable.h"
 #include "ui/shell/SegmentedPicker.h"
 #include "ui/shell/SwatchButton.h"
 #include "ui/shell/SymbolIcon.h"
@@ -23,6 +24,15 @@ namespace {
 constexpr int pagePadding = 28;
 
 QString qText(std::string_view text) { return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())); }
+
+// The window's title of a setting, as the settings table gives it.
+QString settingTitle(SettingKey key) { return qText(setting(key).windowTitle); }
+
+QStringList optionTitles(SettingKey key) {
+    QStringList titles;
+    for (const SettingOption& option : setting(key).options) titles << qText(option.windowTitle);
+    return titles;
+}
 
 QFrame* divider(QWidget* parent) {
     auto* line = new QFrame(parent);
@@ -89,11 +99,13 @@ Symbol playerSymbol(MusicPlayer player) {
 
 }  // namespace
 
-SettingsView::SettingsView(OverlayPreferences& preferences, VisualizerModel& visualizerModel, SettingsActions actions,
-                           bool launchAtLoginEnabled, QString versionText, QWidget* parent)
+SettingsView::SettingsView(OverlayPreferences& preferences, VisualizerModel& visualizerModel,
+                           PlaybackStatus& playbackStatus, SettingsActions actions, bool launchAtLoginEnabled,
+                           QString versionText, QWidget* parent)
     : QWidget(parent),
       preferences_(preferences),
       visualizerModel_(visualizerModel),
+      playbackStatus_(playbackStatus),
       actions_(std::move(actions)),
       launchAtLoginEnabled_(launchAtLoginEnabled),
       versionText_(std::move(versionText)) {
@@ -113,11 +125,15 @@ SettingsView::SettingsView(OverlayPreferences& preferences, VisualizerModel& vis
     refreshModel();
     preferencesObserver_ = preferences_.objectWillChange.connect([this] { schedulePreferencesRefresh(); });
     modelObserver_ = visualizerModel_.objectWillChange.connect([this] { scheduleModelRefresh(); });
+    playbackObserver_ = playbackStatus_.changed.connect([this](PlaybackStatusKey key) {
+        if (key == PlaybackStatusKey::state) refreshRetry();
+    });
 }
 
 SettingsView::~SettingsView() {
     preferences_.objectWillChange.disconnect(preferencesObserver_);
     visualizerModel_.objectWillChange.disconnect(modelObserver_);
+    playbackStatus_.changed.disconnect(playbackObserver_);
 }
 
 SettingsTab SettingsView::selectedTab() const {
@@ -149,9 +165,9 @@ Symbol SettingsView::statusSymbol(AudioCaptureStatus status) {
 QWidget* SettingsView::makeDisplayTab() {
     auto* toggles = new QWidget;
     auto* toggleLayout = column(toggles);
-    showWaveform_ = new QCheckBox(QStringLiteral("Show Waveform"), toggles);
-    autoShow_ = new QCheckBox(QStringLiteral("Show Automatically with Music Players"), toggles);
-    avoidCovering_ = new QCheckBox(QStringLiteral("Keep on Desktop Layer (Behind Apps and Widgets)"), toggles);
+    showWaveform_ = new QCheckBox(settingTitle(SettingKey::overlayEnabled), toggles);
+    autoShow_ = new QCheckBox(settingTitle(SettingKey::autoShow), toggles);
+    avoidCovering_ = new QCheckBox(settingTitle(SettingKey::avoidsCoveringWindows), toggles);
     for (QCheckBox* box : {showWaveform_, autoShow_, avoidCovering_}) toggleLayout->addWidget(box);
     connect(showWaveform_, &QCheckBox::clicked, this, [this](bool on) {
         if (actions_.setOverlayEnabled) actions_.setOverlayEnabled(on);
@@ -168,16 +184,12 @@ QWidget* SettingsView::makeDisplayTab() {
     auto* pickers = new QGridLayout;
     pickers->setHorizontalSpacing(12);
     pickers->setVerticalSpacing(8);
-    displayMode_ = new SegmentedPicker(QStringLiteral("Display Mode"),
-                                       {qText(title(OverlayDisplayMode::compact)),
-                                        qText(title(OverlayDisplayMode::fullscreenFog))},
+    displayMode_ = new SegmentedPicker(settingTitle(SettingKey::displayMode), optionTitles(SettingKey::displayMode),
                                        appearance);
-    position_ = new SegmentedPicker(QStringLiteral("Position"),
-                                    {QStringLiteral("Top"), QStringLiteral("Center"), QStringLiteral("Bottom")},
-                                    appearance);
-    pickers->addWidget(new QLabel(QStringLiteral("Display Mode"), appearance), 0, 0);
+    position_ = new SegmentedPicker(settingTitle(SettingKey::position), optionTitles(SettingKey::position), appearance);
+    pickers->addWidget(new QLabel(settingTitle(SettingKey::displayMode), appearance), 0, 0);
     pickers->addWidget(displayMode_, 0, 1);
-    pickers->addWidget(new QLabel(QStringLiteral("Position"), appearance), 1, 0);
+    pickers->addWidget(new QLabel(settingTitle(SettingKey::position), appearance), 1, 0);
     pickers->addWidget(position_, 1, 1);
     pickers->setColumnStretch(1, 1);
     appearanceLayout->addLayout(pickers);
@@ -246,12 +258,12 @@ QWidget* SettingsView::makePlayersTab() {
         if (i > 0) layout->addWidget(divider(list));
         layout->addWidget(makePlayerRow(players[i]));
     }
-    return scrollingPage({section(QStringLiteral("Monitored Players"), list)});
+    return scrollingPage({section(settingTitle(SettingKey::enabledPlayers), list)});
 }
 
 QWidget* SettingsView::makeAudioTab() {
     auto* response = new QWidget;
-    audioResponsive_ = new QCheckBox(QStringLiteral("React to Volume and Rhythm"), response);
+    audioResponsive_ = new QCheckBox(settingTitle(SettingKey::audioResponsive), response);
     column(response)->addWidget(audioResponsive_);
     connect(audioResponsive_, &QCheckBox::clicked, this, [this](bool on) {
         if (actions_.setAudioResponsive) actions_.setAudioResponsive(on);
@@ -269,8 +281,10 @@ QWidget* SettingsView::makeAudioTab() {
     detectionLayout->addLayout(statusRow);
     auto* buttons = new QHBoxLayout;
     const QColor text = palette().color(QPalette::ButtonText);
-    retry_ = new QPushButton(symbolIcon(Symbol::arrowClockwise, text), QStringLiteral("Retry"), detection);
-    permissions_ = new QPushButton(symbolIcon(Symbol::lockShield, text), QStringLiteral("System Permissions"), detection);
+    retry_ = new QPushButton(symbolIcon(Symbol::arrowClockwise, text), settingTitle(SettingKey::retryAudioCapture),
+                             detection);
+    permissions_ = new QPushButton(symbolIcon(Symbol::lockShield, text),
+                                   settingTitle(SettingKey::openAudioCaptureSettings), detection);
     for (QPushButton* button : {retry_, permissions_}) button->setAutoDefault(false);
     buttons->addWidget(retry_);
     buttons->addWidget(permissions_);
@@ -289,7 +303,7 @@ QWidget* SettingsView::makeAudioTab() {
 
 QWidget* SettingsView::makeGeneralTab() {
     auto* startup = new QWidget;
-    launchAtLogin_ = new QCheckBox(QStringLiteral("Launch Lorvane at Login"), startup);
+    launchAtLogin_ = new QCheckBox(settingTitle(SettingKey::launchAtLogin), startup);
     launchAtLogin_->setChecked(launchAtLoginEnabled_);
     column(startup)->addWidget(launchAtLogin_);
     connect(launchAtLogin_, &QCheckBox::clicked, this, [this](bool on) {
@@ -344,13 +358,21 @@ void SettingsView::refreshPreferences() {
     displayMode_->setCurrentIndex(static_cast<int>(caseIndex(preferences_.displayMode())));
     // The stored position stays visible while the picker is disabled.
     position_->setCurrentIndex(static_cast<int>(caseIndex(preferences_.position())));
-    position_->setEnabled(preferences_.displayMode() == OverlayDisplayMode::compact);
+    position_->setEnabled(lorvane::isEnabled(SettingKey::position, SettingContext::of(preferences_, playbackStatus_.state(),
+                                                                             visualizerModel_.captureStatus())));
     for (const auto& [color, swatch] : swatches_) swatch->setSelected(color == preferences_.color());
     for (MusicPlayer player : allCases<MusicPlayer>()) {
         playerToggles_[caseIndex(player)]->setChecked(preferences_.enabledPlayers().contains(player));
     }
     audioResponsive_->setChecked(preferences_.audioResponsive());
-    retry_->setEnabled(preferences_.audioResponsive());
+    refreshRetry();
+}
+
+// The same rule as the tray's item: retrying needs a playing player and audio response on.
+void SettingsView::refreshRetry() {
+    const SettingContext context =
+        SettingContext::of(preferences_, playbackStatus_.state(), visualizerModel_.captureStatus());
+    retry_->setEnabled(lorvane::isEnabled(SettingKey::retryAudioCapture, context));
 }
 
 void SettingsView::refreshModel() {

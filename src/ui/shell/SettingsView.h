@@ -9,6 +9,7 @@
 
 #include "core/OverlayPreferences.h"
 #include "core/VisualizerModel.h"
+#include "core/app/PlaybackStatus.h"
 #include "core/app/SettingsActions.h"
 #include "core/app/SettingsText.h"
 #include "ui/shell/SymbolIcon.h"
@@ -27,8 +28,9 @@ class SwatchButton;
 class SettingsView final : public QWidget {
     Q_OBJECT
 public:
-    SettingsView(OverlayPreferences& preferences, VisualizerModel& visualizerModel, SettingsActions actions,
-                 bool launchAtLoginEnabled, QString versionText, QWidget* parent = nullptr);
+    SettingsView(OverlayPreferences& preferences, VisualizerModel& visualizerModel,
+                 PlaybackStatus& playbackStatus, SettingsActions actions, bool launchAtLoginEnabled,
+                 QString versionText, QWidget* parent = nullptr);
     ~SettingsView() override;
 
     SettingsTab selectedTab() const;
@@ -53,9 +55,11 @@ private:
     void scheduleModelRefresh();
     void refreshPreferences();
     void refreshModel();
+    void refreshRetry();
 
     OverlayPreferences& preferences_;
     VisualizerModel& visualizerModel_;
+    PlaybackStatus& playbackStatus_;
     SettingsActions actions_;
     bool launchAtLoginEnabled_;
     QString versionText_;
@@ -82,6 +86,7 @@ private:
     bool modelRefreshPending_ = false;
     Signal<>::Id preferencesObserver_ = 0;
     Signal<>::Id modelObserver_ = 0;
+    Signal<PlaybackStatusKey>::Id playbackObserver_ = 0;
 };
 
 }  // namespace lorvane

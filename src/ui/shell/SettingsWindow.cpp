@@ -15,12 +15,13 @@
 namespace lorvane {
 
 SettingsWindow::SettingsWindow(OverlayPreferences& preferences, VisualizerModel& visualizerModel,
-                               SettingsActions actions, bool launchAtLoginEnabled, QString versionText)
+                               PlaybackStatus& playbackStatus, SettingsActions actions,
+                               bool launchAtLoginEnabled, QString versionText)
     : QWidget(nullptr, Qt::Window) {
     setWindowTitle(QStringLiteral("Lorvane Settings"));
     setWindowIcon(applicationIcon());
     setObjectName(QStringLiteral("LorvaneSettings"));
-    view_ = new SettingsView(preferences, visualizerModel, std::move(actions), launchAtLoginEnabled,
+    view_ = new SettingsView(preferences, visualizerModel, playbackStatus, std::move(actions), launchAtLoginEnabled,
                              std::move(versionText), this);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -38,14 +39,19 @@ SettingsWindow::SettingsWindow(OverlayPreferences& preferences, VisualizerModel&
 }
 
 void SettingsWindow::present() {
-    winId();  // the native window must exist to carry the desktop hint
-    x11::putOnAllDesktops(windowHandle());
+    // The desktop hint is an X11 window-manager property; a Wayland compositor shows a new window on
+    // the current workspace by itself.
+    const bool x11 = QGuiApplication::platformName() == QLatin1String("xcb");
+    if (x11) {
+        winId();  // the native window must exist to carry the desktop hint
+        x11::putOnAllDesktops(windowHandle());
+    }
     if (isMinimized()) {
         showNormal();
     } else {
         show();
     }
-    x11::putOnAllDesktops(windowHandle());
+    if (x11) x11::putOnAllDesktops(windowHandle());
     raise();
     activateWindow();
 }

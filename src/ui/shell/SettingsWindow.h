@@ -13,8 +13,9 @@ class SettingsView;
 class SettingsWindow final : public QWidget, public SettingsWindowPresenting {
     Q_OBJECT
 public:
-    SettingsWindow(OverlayPreferences& preferences, VisualizerModel& visualizerModel, SettingsActions actions,
-                   bool launchAtLoginEnabled, QString versionText);
+    SettingsWindow(OverlayPreferences& preferences, VisualizerModel& visualizerModel,
+                   PlaybackStatus& playbackStatus, SettingsActions actions, bool launchAtLoginEnabled,
+                   QString versionText);
 
     void present() override;
     SettingsView* view() const { return view_; }

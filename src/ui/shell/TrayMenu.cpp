@@ -15,25 +15,7 @@ namespace {
 QString qText(const std::string& text) { return QString::fromStdString(text); }
 
 // Items that carry a check mark.
-bool isCheckable(const MenuEntry& entry) {
-    if (entry.color) return true;
-    if (!entry.key) return false;
-    switch (*entry.key) {
-        case MenuItemKey::overlayEnabled:
-        case MenuItemKey::autoShow:
-        case MenuItemKey::avoidCovering:
-        case MenuItemKey::audioResponsive:
-        case MenuItemKey::compactMode:
-        case MenuItemKey::fullscreenMode:
-        case MenuItemKey::topPosition:
-        case MenuItemKey::centerPosition:
-        case MenuItemKey::bottomPosition:
-        case MenuItemKey::launchAtLogin:
-            return true;
-        default:
-            return false;
-    }
-}
+bool isCheckable(const MenuEntry& entry) { return entry.toggle != MenuEntry::Toggle::none; }
 
 }  // namespace
 

@@ -1,0 +1,91 @@
+#pragma once
+// The overlay as a wlr layer surface, for Wayland compositors that offer layer-shell: anchored to the
+// output's edges on the top layer (kept above windows) or the bottom layer (on the desktop), with no
+// input region and no keyboard, on every workspace. The compositor chooses the output (Qt cannot know
+// where the pointer is when it is over no surface of ours); when the outputs change, a new surface lets
+// it choose again. It draws with the same GL renderer as the X11
+// overlay, into an EGL window surface made current with a QOpenGLContext on Qt's EGL display, one
+// frame per frame callback and at most 30 a second, so nothing is drawn or swapped while the
+// compositor does not show it.
+
+#include <EGL/egl.h>
+
+#include <QElapsedTimer>
+#include <QOffscreenSurface>
+#include <QRect>
+#include <QTimer>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "core/Clock.h"
+#include "core/render/OverlayWindowController.h"
+#include "core/render/VisualizerView.h"
+#include "core/render/WaveAnimation.h"
+#include "platform/wayland/LayerShellSurface.h"
+#include "ui/WaveGlRenderer.h"
+
+class QOpenGLContext;
+class QScreen;
+struct wl_egl_window;
+
+namespace lorvane {
+
+class LayerShellOverlayWindow final : public OverlayWindowController {
+public:
+    // `clock` is a steady clock that drives the wave's animation.
+    LayerShellOverlayWindow(std::shared_ptr<const OverlayPreferences> preferences,
+                            std::shared_ptr<const VisualizerModel> model, const Clock& clock,
+                            std::unique_ptr<LayerShellConnection> connection,
+                            std::unique_ptr<ScreenEnvironment> screens);
+    ~LayerShellOverlayWindow() override;
+
+    bool isVisible() const { return shown_; }
+    long long framesDrawn() const { return framesDrawn_; }
+
+protected:
+    // OverlayWindowController
+    void setLevel(OverlayWindowLevel level) override;
+    void setFrame(const RectF& frame) override;
+    void orderFrontWithoutActivating() override;
+    void withdraw() override;
+
+private:
+    LayerSurfacePlacement placement() const;
+    // The outputs as Qt sees them: which, where and how large.
+    std::vector<std::pair<QScreen*, QRect>> currentScreens() const;
+    void createSurface();
+    void destroySurface();
+    void configured(int width, int height);
+    void frameDone();
+    void scheduleFrame();
+    bool makeCurrent();
+    void draw();
+
+    std::shared_ptr<const OverlayPreferences> preferences_;
+    VisualizerView view_;
+    const Clock& clock_;
+    WaveAnimation animation_;
+    std::unique_ptr<LayerShellConnection> connection_;
+    std::unique_ptr<LayerShellSurface> surface_;
+    std::unique_ptr<QOpenGLContext> context_;
+    QOffscreenSurface offscreen_;
+    EGLDisplay eglDisplay_ = EGL_NO_DISPLAY;
+    EGLContext eglContext_ = EGL_NO_CONTEXT;
+    EGLConfig eglConfig_ = nullptr;
+    wl_egl_window* eglWindow_ = nullptr;
+    EGLSurface eglSurface_ = EGL_NO_SURFACE;
+    WaveGlRenderer renderer_;
+    QTimer pacing_;
+    QElapsedTimer sinceLastFrame_;
+    QSize size_;
+    OverlayWindowLevel level_ = OverlayWindowLevel::desktop;
+    RectF frame_;
+    std::vector<std::pair<QScreen*, QRect>> screensAtCreation_;
+    bool shown_ = false;
+    bool failed_ = false;
+    bool swapIntervalSet_ = false;  // for the current EGL surface
+    long long framesDrawn_ = 0;
+};
+
+}  // namespace lorvane

@@ -1,0 +1,12 @@
+#pragma once
+// Qt's own Wayland connection. Qt 6.4 hands it out only through its private platform
+// native interface (public from Qt 6.5); this is the one place that uses it.
+
+struct wl_display;
+
+namespace lorvane {
+
+// Qt's wl_display, or null when Qt does not run on its Wayland plugin.
+wl_display* qtWaylandDisplay();
+
+}  // namespace lorvane
