@@ -5,10 +5,10 @@
 
 #include "Version.h"
 #include "core/app/SettingsText.h"
-#include "app/OverlayAdapter.h"
 #include "platform/linux/LinuxPlaybackMonitor.h"
 #include "platform/linux/PulseCaptureSource.h"
 #include "platform/linux/QSettingsStore.h"
+#include "platform/wayland/OverlayControllerFactory.h"
 #include "ui/shell/SettingsView.h"
 #include "ui/shell/SettingsWindow.h"
 #include "ui/shell/TrayMenu.h"
@@ -89,7 +89,7 @@ AppFactories DesktopApp::makeFactories() {
     AppFactories factories;
     factories.makeOverlay = [this](OverlayPreferences& preferences,
                                    VisualizerModel& model) -> std::unique_ptr<OverlayPresenting> {
-        return std::make_unique<OverlayAdapter>(preferences, model, dates_, overlayPath_);
+        return makeOverlayController(overlayPath_, preferences, model, uptime_);
     };
     factories.makeSettingsWindow = [this](OverlayPreferences& preferences, VisualizerModel& model,
                                           PlaybackStatus& playbackStatus, SettingsActions actions,

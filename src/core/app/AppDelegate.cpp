@@ -124,6 +124,8 @@ SettingsActions AppDelegate::settingsActions() {
     actions.setPosition =
         weakly(this, alive, [](AppDelegate& self, OverlayPosition position) { self.setPosition(position); });
     actions.setColor = weakly(this, alive, [](AppDelegate& self, WaveColor color) { self.setColor(color); });
+    actions.setRenderer =
+        weakly(this, alive, [](AppDelegate& self, RendererChoice choice) { self.setRenderer(choice); });
     actions.setPlayerEnabled = weakly(
         this, alive, [](AppDelegate& self, MusicPlayer player, bool enabled) { self.setPlayer(player, enabled); });
     actions.setOtherPlayersEnabled =
@@ -206,6 +208,8 @@ void AppDelegate::setPosition(OverlayPosition position) {
 void AppDelegate::setColor(WaveColor color) {
     preferences_.setColor(color);
 }
+
+void AppDelegate::setRenderer(RendererChoice choice) { preferences_.setRenderer(choice); }
 
 void AppDelegate::setPlayer(MusicPlayer player, bool enabled) {
     preferences_.setPlayer(player, enabled);

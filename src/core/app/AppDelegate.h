@@ -60,6 +60,7 @@ public:
     void setDisplayMode(OverlayDisplayMode mode);
     void setPosition(OverlayPosition position);
     void setColor(WaveColor color);
+    void setRenderer(RendererChoice choice);
     void setPlayer(MusicPlayer player, bool enabled);
     // Other players: all at once, and one by one by desktop entry.
     void setOtherPlayersEnabled(bool enabled);

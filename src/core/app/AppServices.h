@@ -18,19 +18,9 @@
 #include "core/app/PlaybackStatus.h"
 #include "core/app/SettingsActions.h"
 #include "core/app/StatusMenuLayout.h"
+#include "core/render/OverlayPresenting.h"
 
 namespace lorvane {
-
-// The overlay band. The controller decides when it is on screen; the overlay decides where.
-class OverlayPresenting {
-public:
-    virtual ~OverlayPresenting() = default;
-    virtual void applyWindowLevel() = 0;
-    virtual void reposition() = 0;
-    // Brings the overlay to the front without activating the application.
-    virtual void orderFrontRegardless() = 0;
-    virtual void orderOut() = 0;
-};
 
 // The settings window, built once and only hidden when closed.
 class SettingsWindowPresenting {
