@@ -157,10 +157,10 @@ void setBlurBehind(QWindow& window, bool enabled) {
     xcb_flush(c);
 }
 
-bool compositingManagerRunning() {
+namespace {
+bool selectionOwned(const std::string& name) {
     xcb_connection_t* c = connection();
     if (!c) return false;
-    const std::string name = "_NET_WM_CM_S" + std::to_string(screenNumber());
     xcb_get_selection_owner_reply_t* reply =
         xcb_get_selection_owner_reply(c, xcb_get_selection_owner(c, atom(c, name.c_str())), nullptr);
     if (!reply) return false;
@@ -168,6 +168,11 @@ bool compositingManagerRunning() {
     std::free(reply);
     return owned;
 }
+}  // namespace
+
+bool compositingManagerRunning() { return selectionOwned("_NET_WM_CM_S" + std::to_string(screenNumber())); }
+
+bool xembedTrayRunning() { return selectionOwned("_NET_SYSTEM_TRAY_S" + std::to_string(screenNumber())); }
 
 }  // namespace lorvane::x11
 

@@ -39,6 +39,9 @@ void setBlurBehind(QWindow& window, bool enabled);
 // True when a compositing manager owns the screen's _NET_WM_CM selection.
 bool compositingManagerRunning();
 
+// True when an X11 tray (the older XEmbed protocol) owns the screen's _NET_SYSTEM_TRAY selection.
+bool xembedTrayRunning();
+
 // The window manager's work area on the current desktop (the screen minus the space panels reserve),
 // in the root window's pixels; nothing without a window manager that publishes one.
 std::optional<QRect> workArea();

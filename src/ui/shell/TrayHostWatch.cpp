@@ -1,7 +1,5 @@
 #include "ui/shell/TrayHostWatch.h"
 
-#include <xcb/xcb.h>
-
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
@@ -66,24 +64,6 @@ void TrayHostWatch::answered(std::uint64_t question, bool registered) {
     hostRegistered_ = registered;
     qCDebug(lcTray) << "tray host" << (registered ? "present" : "absent");
     emit hostChanged(registered);
-}
-
-bool xembedTrayExists() {
-    if (QGuiApplication::platformName() != QStringLiteral("xcb")) return false;
-    const auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
-    xcb_connection_t* connection = x11 ? x11->connection() : nullptr;
-    if (!connection) return false;
-    const std::string name = "_NET_SYSTEM_TRAY_S0";
-    const xcb_intern_atom_cookie_t atomCookie =
-        xcb_intern_atom(connection, 1, static_cast<std::uint16_t>(name.size()), name.c_str());
-    std::unique_ptr<xcb_intern_atom_reply_t, decltype(&std::free)> atom(
-        xcb_intern_atom_reply(connection, atomCookie, nullptr), &std::free);
-    // Asked "only if it exists": no atom means no tray ever ran on this display.
-    if (!atom || atom->atom == XCB_ATOM_NONE) return false;
-    std::unique_ptr<xcb_get_selection_owner_reply_t, decltype(&std::free)> owner(
-        xcb_get_selection_owner_reply(connection, xcb_get_selection_owner(connection, atom->atom), nullptr),
-        &std::free);
-    return owner && owner->owner != XCB_WINDOW_NONE;
 }
 
 }  // namespace lorvane

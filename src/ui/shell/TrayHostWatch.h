@@ -36,7 +36,4 @@ private:
     std::uint64_t question_ = 0;
 };
 
-// Whether an X11 tray (the older XEmbed protocol) runs on the display; false off X11.
-bool xembedTrayExists();
-
 }  // namespace lorvane

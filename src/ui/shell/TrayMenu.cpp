@@ -11,6 +11,7 @@
 #include <QSystemTrayIcon>
 
 #include "core/Logging.h"
+#include "platform/x11/X11Desktop.h"
 #include "ui/shell/TrayHostWatch.h"
 #include "ui/shell/WaveformIcon.h"
 
@@ -63,7 +64,7 @@ TrayMenu::TrayMenu(MenuCommandHandler handler, QObject* parent)
     connect(&openMenuBound_, &QTimer::timeout, this, [this] { menuVisibilityChanged(false); });
 
     // An older X11 tray shows the icon at once; otherwise wait for a StatusNotifier host.
-    if (xembedTrayExists()) makeTrayIcon();
+    if (x11::xembedTrayRunning()) makeTrayIcon();
     hostWatch_ = new TrayHostWatch(QDBusConnection::sessionBus(), this);
     connect(hostWatch_, &TrayHostWatch::hostChanged, this, [this](bool registered) {
         if (registered) makeTrayIcon();
@@ -92,7 +93,7 @@ void TrayMenu::makeTrayIcon() {
 }
 
 void TrayMenu::trayHostChanged(bool announceAlways) {
-    const bool available = (hostWatch_ && hostWatch_->hostRegistered().value_or(false)) || xembedTrayExists();
+    const bool available = (hostWatch_ && hostWatch_->hostRegistered().value_or(false)) || x11::xembedTrayRunning();
     if (available == hasTrayHost_ && !announceAlways) return;
     hasTrayHost_ = available;
     if (!available) qCWarning(lcTray) << "no tray host: the desktop shows no tray icons";
