@@ -1,8 +1,12 @@
 // The whole program on a private desktop (Xvfb + openbox, private bus and sound server):
 //   - time from launch to the tray icon (its StatusNotifier registration) and to the settings window;
 //   - resident memory while the wave shows live music (LORVANE_BENCH_LIVE_SECONDS, default 600);
-//   - CPU of the program over 60 s while music plays (compact band, 1920x1080) and while nothing plays.
-// Run: build/bench/app/app_bench [--benchmark_filter=...]
+//   - CPU of the program over 60 s while music plays (compact band, 1920x1080) and while nothing plays;
+//   - the program live next to cava on the same desktop and music (BM_LiveAgainstCava, needs cava):
+//     each alone for LORVANE_BENCH_SECONDS (default 60), with the sound server's and the X server's
+//     CPU in each phase, and the ratios.
+// Run: build/bench/app/app_bench [--benchmark_filter=...]. LORVANE_RENDERER=gl|cpu is passed on to
+// the program (under Xvfb it draws on the CPU by itself: the OpenGL there is software).
 
 #include <benchmark/benchmark.h>
 
@@ -12,12 +16,14 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QStandardPaths>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <map>
 #include <sstream>
 #include <thread>
+#include <vector>
 
 #include "AppDesktop.h"
 #include "TestPlayerProcess.h"
@@ -189,6 +195,82 @@ void cpuOverAMinute(benchmark::State& state, bool playing) {
         lorvane.terminate();
     }
 }
+
+double measuredSeconds() {
+    return qEnvironmentVariableIsSet("LORVANE_BENCH_SECONDS") ? qEnvironmentVariableIntValue("LORVANE_BENCH_SECONDS")
+                                                              : 60;
+}
+
+// CPU seconds of several processes.
+std::vector<double> cpuOf(const std::vector<qint64>& pids) {
+    std::vector<double> result;
+    for (qint64 pid : pids) result.push_back(cpuSeconds(pid));
+    return result;
+}
+
+// Percentages of one core of each process over `seconds` of turning the event loop.
+std::vector<double> measureShares(const std::vector<qint64>& pids, double seconds) {
+    const auto before = cpuOf(pids);
+    QElapsedTimer clock;
+    clock.start();
+    sleepTurning(std::chrono::milliseconds(static_cast<long long>(seconds * 1000)));
+    const double wall = clock.nsecsElapsed() / 1e9;
+    const auto after = cpuOf(pids);
+    std::vector<double> shares;
+    for (std::size_t i = 0; i < pids.size(); ++i) shares.push_back(100.0 * (after[i] - before[i]) / wall);
+    return shares;
+}
+
+void BM_LiveAgainstCava(benchmark::State& state) {
+    const QString cava = QStandardPaths::findExecutable(QStringLiteral("cava"));
+    if (cava.isEmpty()) return state.SkipWithError("cava is not installed");
+    const double seconds = measuredSeconds();
+    for (auto _ : state) {
+        AppDesktop desktop;
+        if (!desktop.ready()) return state.SkipWithError(desktop.error().c_str());
+        Music music(desktop);
+        const qint64 sound = desktop.pulse()->pid(), x = desktop.x().serverPid();
+
+        ChildProcess lorvane;
+        if (!desktop.launchAndWaitForTray(lorvane)) return state.SkipWithError("launch failed");
+        if (!music.ready() || !waitForLive(desktop)) return state.SkipWithError("the wave did not go live");
+        sleepTurning(5s);
+        const auto threadsBefore = cpuSecondsByThread(lorvane.pid());
+        const auto ours = measureShares({lorvane.pid(), sound, x}, seconds);
+        for (const auto& [name, used] : cpuSecondsByThread(lorvane.pid())) {
+            const auto earlier = threadsBefore.find(name);
+            const double share = 100.0 * (used - (earlier == threadsBefore.end() ? 0.0 : earlier->second)) / seconds;
+            if (share >= 0.1) state.counters["lorvane_cpu%_" + name] = share;
+        }
+        lorvane.terminate();
+
+        // cava as a music visualiser on the same music: 30 frames a second from the sink's monitor.
+        QFile config(desktop.home() + QStringLiteral("/cava.conf"));
+        if (!config.open(QIODevice::WriteOnly)) return state.SkipWithError("cannot write cava's configuration");
+        config.write("[general]\nframerate = 30\n[input]\nmethod = pulse\nsource = lorvane_null.monitor\n"
+                     "[output]\nmethod = raw\nraw_target = /dev/null\ndata_format = binary\n");
+        config.close();
+        ChildProcess peer;
+        if (!peer.start(cava, {QStringLiteral("-p"), config.fileName()}, desktop.environment())) {
+            return state.SkipWithError("cava did not start");
+        }
+        sleepTurning(3s);
+        const auto theirs = measureShares({peer.pid(), sound, x}, seconds);
+        peer.terminate();
+
+        state.counters["lorvane_cpu%"] = ours[0];
+        state.counters["lorvane_sound_server_cpu%"] = ours[1];
+        state.counters["lorvane_x_server_cpu%"] = ours[2];
+        state.counters["cava_cpu%"] = theirs[0];
+        state.counters["cava_sound_server_cpu%"] = theirs[1];
+        state.counters["cava_x_server_cpu%"] = theirs[2];
+        state.counters["ratio_program"] = theirs[0] > 0 ? ours[0] / theirs[0] : 0;
+        // The program, the sound server and the X server, against cava, the sound server and the X server.
+        const double ourSystem = ours[0] + ours[1] + ours[2], theirSystem = theirs[0] + theirs[1] + theirs[2];
+        state.counters["ratio_system"] = theirSystem > 0 ? ourSystem / theirSystem : 0;
+    }
+}
+BENCHMARK(BM_LiveAgainstCava)->Iterations(1)->Unit(benchmark::kSecond);
 
 void BM_CpuWhileMusicPlays(benchmark::State& state) { cpuOverAMinute(state, true); }
 void BM_CpuWhileNothingPlays(benchmark::State& state) { cpuOverAMinute(state, false); }

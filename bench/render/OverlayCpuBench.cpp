@@ -4,7 +4,9 @@
 //   build/bench/render/overlay_cpu_bench --benchmark_filter=Compact/10   (a shorter look)
 // Counters: process_cpu = this process (drawing, including the software rasteriser's threads) as a
 // percentage of one core; xserver_cpu = the X server presenting the frames; fps = frames drawn per
-// second. The model receives a new synthetic analysis frame 30 times a second, as live capture does.
+// second; interval_* = the spread of the intervals between frames put on screen. The model is fed
+// as live capture feeds it: 20 ms sound blocks through the analysis and its 1/30 s schedule. Under
+// Xvfb the OpenGL is software, so the overlay draws on the CPU; LORVANE_RENDERER=gl forces OpenGL.
 #include <benchmark/benchmark.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -20,8 +22,10 @@
 #include <fstream>
 #include <memory>
 #include <sstream>
+#include <vector>
 
 #include "core/KeyValueStore.h"
+#include "core/analysis/AudioAnalyzer.h"
 #include "support/XSession.h"
 #include "ui/OverlayWindow.h"
 #include "ui/OverlayWindowFactory.h"
@@ -81,26 +85,36 @@ void runOverlay(benchmark::State& state, OverlayDisplayMode mode, int width, int
     auto model = std::make_shared<VisualizerModel>();
     preferences->setDisplayMode(mode);
     preferences->setColor(WaveColor::aurora);
-    ReferenceDateClock clock;
+    SteadyClock clock;
     auto controller = makeOverlayWindowController(preferences, model, clock);
-    auto& window = static_cast<OverlayWindow&>(controller->panel());
+    auto& window = *controller;
 
-    // A live-looking analysis: level, pulse and a moving spectrum, 30 frames a second.
+    // Live capture as it happens: a 20 ms block of music-like sound every 20 ms through the real
+    // analysis, which publishes on its 1/30 s schedule.
+    AudioAnalyzer analyzer;
+    analyzer.beginRun(clock.now());
     QTimer analysis;
     analysis.setTimerType(Qt::PreciseTimer);
-    double phase = 0;
+    std::vector<float> block(960);
+    long long written = 0;
     QObject::connect(&analysis, &QTimer::timeout, [&] {
-        phase += 1.0 / 30;
-        AudioVisualizationFrame frame;
-        frame.level = 0.55 + 0.3 * std::sin(phase * 1.7);
-        frame.motionRate = 1.2 + 0.5 * std::sin(phase * 0.3);
-        frame.beatPulse = std::fmod(phase * 2, 1.0) < 0.15 ? 1.0 : 0.2;
-        frame.spectrum.resize(96);
-        for (int i = 0; i < 96; ++i) frame.spectrum[static_cast<std::size_t>(i)] = 0.5 + 0.45 * std::sin(i * 0.2 + phase * 3);
-        model->updateLiveFrame(frame);
+        for (float& sample : block) {
+            const double t = static_cast<double>(written++) / 48000.0;
+            const double beat = std::fmod(t * 2, 1.0) < 0.1 ? 1.0 : 0.3;
+            sample = static_cast<float>(beat * (0.3 * std::sin(2 * M_PI * 110 * t) + 0.1 * std::sin(2 * M_PI * 1760 * t)));
+        }
+        double squares = 0;
+        for (float sample : block) squares += double(sample) * sample;
+        const auto result = analyzer.process(ExtractedAudio{std::sqrt(squares / block.size()), block}, clock.now());
+        if (result.outcome == AudioAnalyzer::Outcome::frame) model->updateLiveFrame(result.frame);
     });
-    analysis.start(33);
-    controller->show();
+    std::vector<double> presented;
+    bool recording = false;
+    window.framePresented = [&](double at) {
+        if (recording) presented.push_back(at);
+    };
+    analysis.start(20);
+    controller->showOverlay();
     spin(2);  // settle
 
     const double seconds = static_cast<double>(state.range(0));
@@ -109,14 +123,30 @@ void runOverlay(benchmark::State& state, OverlayDisplayMode mode, int width, int
         const long long frames0 = window.framesDrawn();
         QElapsedTimer wall;
         wall.start();
+        presented.clear();
+        recording = true;
         spin(seconds);
+        recording = false;
         const double elapsed = wall.nsecsElapsed() / 1e9;
         state.SetIterationTime(elapsed);
         state.counters["process_cpu_%"] = 100 * (processCpuSeconds() - cpu0) / elapsed;
         state.counters["xserver_cpu_%"] = 100 * (childCpuSeconds(session->serverPid()) - x0) / elapsed;
         state.counters["fps"] = static_cast<double>(window.framesDrawn() - frames0) / elapsed;
+        // Pacing: the spread of the intervals between frames put on screen.
+        std::vector<double> intervals;
+        for (std::size_t i = 1; i < presented.size(); ++i) intervals.push_back(presented[i] - presented[i - 1]);
+        double mean = 0, squares = 0, longest = 0;
+        for (double v : intervals) mean += v / static_cast<double>(intervals.size());
+        for (double v : intervals) {
+            squares += (v - mean) * (v - mean);
+            longest = std::max(longest, v);
+        }
+        state.counters["interval_mean_ms"] = 1000 * mean;
+        state.counters["interval_stddev_ms"] = intervals.empty() ? 0 : 1000 * std::sqrt(squares / intervals.size());
+        state.counters["interval_max_ms"] = 1000 * longest;
+        state.counters["drawing_path_cpu"] = window.drawingPath() == DrawingPath::cpu ? 1 : 0;
     }
-    controller->hide();
+    controller->hideOverlay();
     // Hidden: no frames, next to no CPU.
     const double cpu0 = processCpuSeconds();
     const long long frames0 = window.framesDrawn();

@@ -8,6 +8,8 @@
 //                       pixel, waiting for completion: the per-frame CPU cost apart from filling pixels
 //                       (an upper bound of the driver-independent part; llvmpipe's own call overhead
 //                       and vertex work are included)
+//   CpuCanvas/N         the CPU drawing path: the canvas of one frame drawn into the panel's image
+//                       (as the overlay does into its shared-memory backing store)
 //   NaiveRaster/N       the approach this replaces: QPainter on a raster image with antialiased, dashed,
 //                       round-capped pens and a three-pass box blur of the glow layer
 // N = 369 is a 1920-point band (138 high), N = 640 a 3328-point or wider one (420 high, as in the fog).
@@ -27,6 +29,7 @@
 #include "core/render/WaveLayout.h"
 #include "support/XSession.h"
 #include "ui/OffscreenWaveRenderer.h"
+#include "ui/WaveRasterRenderer.h"
 
 using namespace lorvane;
 
@@ -210,6 +213,26 @@ void NaiveRaster(benchmark::State& state) {
     }
 }
 BENCHMARK(NaiveRaster)->Arg(369)->Arg(640)->Unit(benchmark::kMillisecond);
+
+void CpuCanvas(benchmark::State& state) {
+    const auto spectrum = liveSpectrum();
+    const SizeF canvas = canvasFor(static_cast<int>(state.range(0)));
+    const SizeF panel{canvas.width, canvas.height + 12};
+    WaveFrame frame;
+    frame.panel = panel;
+    frame.composition.waveform = {0, 6, canvas.width, canvas.height};
+    WaveRasterRenderer cpu;
+    QImage image(static_cast<int>(std::lround(panel.width)), static_cast<int>(std::lround(panel.height)),
+                 QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::transparent);
+    double t = 700000000;
+    for (auto _ : state) {
+        frame.layout = layoutWave(inputs(spectrum), canvas, t += 1.0 / 30);
+        cpu.drawCanvas(frame, image, {0, 0, 0, 0});
+        benchmark::DoNotOptimize(image.constBits());
+    }
+}
+BENCHMARK(CpuCanvas)->Arg(369)->Arg(640)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

@@ -5,10 +5,11 @@
 
 #include "Version.h"
 #include "core/app/SettingsText.h"
-#include "app/OverlayAdapter.h"
 #include "platform/linux/LinuxPlaybackMonitor.h"
 #include "platform/linux/PulseCaptureSource.h"
 #include "platform/linux/QSettingsStore.h"
+#include "platform/wayland/OverlayControllerFactory.h"
+#include "ui/shell/SettingsView.h"
 #include "ui/shell/SettingsWindow.h"
 #include "ui/shell/TrayMenu.h"
 
@@ -58,8 +59,28 @@ DesktopApp::DesktopApp(Options options)
     environment.application = &terminator_;
     environment.factories = makeFactories();
     delegate_ = std::make_unique<AppDelegate>(std::move(environment));
+    // Without a tray host the settings window is the only way to reach the program: it says so.
+    delegate_->trayHost().changed.connect([this] { showTrayHost(); });
     // An entry removed or a program deleted by hand shows in the tick at once.
-    loginItem_.watch([this] { delegate_->refreshMenuState(); });
+    loginItem_.watch([this] {
+        delegate_->loginItemDidChange();
+        if (settingsView_) settingsView_->showLaunchAtLogin(delegate_->launchAtLoginEnabled());
+        showLoginEntryWarning();
+    });
+}
+
+void DesktopApp::showLoginEntryWarning() {
+    if (settingsView_) settingsView_->setAutostartWarning(loginItem_.developmentBuildWarning());
+}
+
+void DesktopApp::showTrayHost() {
+    if (settingsView_ && delegate_) settingsView_->setTrayHostPresent(delegate_->trayHost().available());
+}
+
+void DesktopApp::showSettingsSaveProblem() {
+    if (!settingsView_) return;
+    const std::optional<std::string> problem = settingsStore_->saveProblem();
+    settingsView_->setSettingsNotSavedNotice(problem ? QString::fromStdString(*problem) : QString());
 }
 
 DesktopApp::~DesktopApp() = default;
@@ -68,14 +89,20 @@ AppFactories DesktopApp::makeFactories() {
     AppFactories factories;
     factories.makeOverlay = [this](OverlayPreferences& preferences,
                                    VisualizerModel& model) -> std::unique_ptr<OverlayPresenting> {
-        return std::make_unique<OverlayAdapter>(preferences, model, dates_, overlayPath_);
+        return makeOverlayController(overlayPath_, preferences, model, uptime_);
     };
-    factories.makeSettingsWindow = [](OverlayPreferences& preferences, VisualizerModel& model,
-                                      PlaybackStatus& playbackStatus, SettingsActions actions,
-                                      bool launchAtLoginEnabled) -> std::unique_ptr<SettingsWindowPresenting> {
+    factories.makeSettingsWindow = [this](OverlayPreferences& preferences, VisualizerModel& model,
+                                          PlaybackStatus& playbackStatus, SettingsActions actions,
+                                          bool launchAtLoginEnabled) -> std::unique_ptr<SettingsWindowPresenting> {
         const QString version = QString::fromStdString(versionText(LORVANE_VERSION, LORVANE_BUILD));
-        return std::make_unique<SettingsWindow>(preferences, model, playbackStatus, std::move(actions),
-                                                launchAtLoginEnabled, version);
+        auto window = std::make_unique<SettingsWindow>(preferences, model, playbackStatus, std::move(actions),
+                                                       launchAtLoginEnabled, version);
+        settingsView_ = window->view();
+        showLoginEntryWarning();
+        showSettingsSaveProblem();
+        showTrayHost();
+        settingsStore_->saveProblemDidChange = [this] { showSettingsSaveProblem(); };
+        return window;
     };
     factories.makeStatusMenu = [](MenuCommandHandler handler) -> std::unique_ptr<StatusMenuPresenting> {
         return std::make_unique<TrayMenu>(std::move(handler));

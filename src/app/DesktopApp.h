@@ -2,6 +2,7 @@
 // The whole program on a Linux desktop: the real services, windows and monitors behind the
 // application controller. Built once by main() on the GUI thread.
 
+#include <QPointer>
 #include <memory>
 
 #include "core/Clock.h"
@@ -21,6 +22,7 @@ public:
 };
 
 class QSettingsStore;
+class SettingsView;
 
 class DesktopApp {
 public:
@@ -43,6 +45,10 @@ public:
 
 private:
     AppFactories makeFactories();
+    // What the settings window shows of the login entry and the settings file.
+    void showLoginEntryWarning();
+    void showSettingsSaveProblem();
+    void showTrayHost();
 
     QtMainQueue mainQueue_;
     ReferenceDateClock dates_;
@@ -54,6 +60,7 @@ private:
     OverlayPath overlayPath_;
     PulseOutputVolume outputVolume_;
     std::shared_ptr<QSettingsStore> settingsStore_;
+    QPointer<SettingsView> settingsView_;
     std::unique_ptr<AppDelegate> delegate_;
 };
 

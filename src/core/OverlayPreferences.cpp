@@ -40,6 +40,7 @@ OverlayPreferences::OverlayPreferences(std::shared_ptr<KeyValueStore> defaults) 
 
     color_ = fromRawValue<WaveColor>(store.string(colorKey).value_or(""))
                  .value_or(defaultChoice<WaveColor>(PreferenceKey::color));
+    renderer_ = fromRawValue<RendererChoice>(store.string(rendererKey).value_or("")).value_or(RendererChoice::automatic);
 
     const auto stored = store.stringArray(enabledPlayersKey);
     if (stored) {
@@ -121,6 +122,11 @@ void OverlayPreferences::setDisplayMode(OverlayDisplayMode value) {
 }
 void OverlayPreferences::setPosition(OverlayPosition value) { writeRawValue(PreferenceKey::position, position_, value); }
 void OverlayPreferences::setColor(WaveColor value) { writeRawValue(PreferenceKey::color, color_, value); }
+void OverlayPreferences::setRenderer(RendererChoice value) {
+    objectWillChange();
+    renderer_ = value;
+    defaults_->setString(rendererKey, std::string(rawValue(renderer_)));
+}
 
 void OverlayPreferences::setEnabledPlayers(MusicPlayerSet value) {
     objectWillChange();

@@ -31,6 +31,14 @@ struct EnumTraits<OverlayPosition> {
 };
 std::string_view title(OverlayPosition position);  // "Top of Screen", "Center of Screen", "Bottom of Screen"
 
+// How the wave is drawn: `automatic` uses OpenGL unless it is missing or runs in software, where the
+// CPU drawing path is cheaper; `cpu` and `gl` force one path.
+enum class RendererChoice { automatic, cpu, gl };
+template <>
+struct EnumTraits<RendererChoice> {
+    static constexpr std::array<std::string_view, 3> rawValues{"automatic", "cpu", "gl"};
+};
+
 // Names what changed; the raw value is the member's store key.
 enum class PreferenceKey {
     overlayEnabled,
@@ -67,6 +75,7 @@ public:
     static constexpr const char* seenOtherPlayersKey = "seenOtherPlayers";
     // Remembered players beyond this many push out the oldest.
     static constexpr std::size_t maxSeenOtherPlayers = 64;
+    static constexpr const char* rendererKey = "renderer";
 
     // Reads every member from the store; writes nothing.
     explicit OverlayPreferences(std::shared_ptr<KeyValueStore> defaults);
@@ -88,6 +97,7 @@ public:
     }
     // Everything the playback monitor needs to know about which players count.
     EnabledPlayers enabledPlayerChoice() const { return {enabledPlayers_, otherPlayersEnabled_, disabledOtherPlayers_}; }
+    RendererChoice renderer() const { return renderer_; }
 
     // Every assignment writes through, even when the value equals the old one; `changed` is
     // announced afterwards, and only when the value differs.
@@ -98,6 +108,7 @@ public:
     void setDisplayMode(OverlayDisplayMode value);
     void setPosition(OverlayPosition value);
     void setColor(WaveColor value);
+    void setRenderer(RendererChoice value);
     void setEnabledPlayers(MusicPlayerSet value);
     // Inserts or removes one player; writes the sorted array even when the set did not change.
     void setPlayer(MusicPlayer player, bool enabled);
@@ -147,6 +158,7 @@ private:
     bool otherPlayersEnabled_ = true;
     std::set<std::string> disabledOtherPlayers_;
     std::vector<std::string> seenOtherPlayers_;
+    RendererChoice renderer_ = RendererChoice::automatic;
     std::shared_ptr<KeyValueStore> defaults_;
 };
 

@@ -1,6 +1,6 @@
 #include "ui/FrostedBackground.h"
 
-#include "ui/X11WindowProperties.h"
+#include "platform/x11/X11Desktop.h"
 
 namespace lorvane {
 

@@ -20,6 +20,7 @@ OffscreenWaveRenderer::OffscreenWaveRenderer() {
     surface_->create();
     if (!surface_->isValid() || !context_->makeCurrent(surface_.get())) return;
     QOpenGLFunctions* gl = context_->functions();
+    rendererName_ = QString::fromLatin1(reinterpret_cast<const char*>(gl->glGetString(GL_RENDERER)));
     description_ = QStringLiteral("%1 (%2)")
                        .arg(reinterpret_cast<const char*>(gl->glGetString(GL_VERSION)),
                             reinterpret_cast<const char*>(gl->glGetString(GL_RENDERER)));
@@ -56,11 +57,18 @@ QImage OffscreenWaveRenderer::readBack(double devicePixelRatio) {
 
 QImage OffscreenWaveRenderer::renderView(const VisualizerView& view, SizeF panel, double devicePixelRatio,
                                          double time, const RgbaColor& background) {
+    return renderFrame(view.frame(panel, time), devicePixelRatio, background);
+}
+
+QImage OffscreenWaveRenderer::renderFrame(const WaveFrame& frame, double devicePixelRatio,
+                                          const RgbaColor& background) {
     WaveTarget target;
-    if (!prepare(panel, devicePixelRatio, target)) return {};
-    paintVisualizer(renderer_, view, target, panel, time, background);
+    if (!prepare(frame.panel, devicePixelRatio, target)) return {};
+    paintFrame(renderer_, frame, target, background);
     return readBack(devicePixelRatio);
 }
+
+QString OffscreenWaveRenderer::rendererName() const { return rendererName_; }
 
 QImage OffscreenWaveRenderer::renderLayout(const WaveLayout& layout, SizeF image, const RectF& canvas,
                                            double devicePixelRatio, const RgbaColor& background) {

@@ -24,10 +24,13 @@ public:
 
     bool isValid() const { return valid_; }
     QString description() const { return description_; }  // GL version and renderer
+    QString rendererName() const;                            // GL_RENDERER
 
     // The view's whole panel at `panel` points and the given device pixel ratio, premultiplied ARGB.
     QImage renderView(const VisualizerView& view, SizeF panel, double devicePixelRatio, double time,
                       const RgbaColor& background = {0, 0, 0, 0});
+    // One computed frame of the whole panel.
+    QImage renderFrame(const WaveFrame& frame, double devicePixelRatio, const RgbaColor& background = {0, 0, 0, 0});
     // One layout drawn with its canvas at `canvas` inside an image of `image` points.
     QImage renderLayout(const WaveLayout& layout, SizeF image, const RectF& canvas, double devicePixelRatio,
                         const RgbaColor& background = {0, 0, 0, 0});
@@ -44,6 +47,7 @@ private:
     WaveGlRenderer renderer_;
     bool valid_ = false;
     QString description_;
+    QString rendererName_;
 };
 
 }  // namespace lorvane

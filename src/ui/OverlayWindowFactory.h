@@ -1,19 +1,24 @@
 #pragma once
-// Builds the overlay window controller with the real window and Qt's screens.
+// Builds the X11 overlay with Qt's screens.
 
 #include <memory>
 
 #include "core/Clock.h"
+#include "core/VisualizerModel.h"
 #include "core/render/OverlayWindowController.h"
 
 namespace lorvane {
 
-class VisualizerModel;
+}  // namespace lorvane
+#include "ui/OverlayWindow.h"
+namespace lorvane {
 
-// The window draws with time from `clock` (seconds since 1 January 2001 UTC); it must outlive the
-// controller. The controller's panel() is an OverlayWindow.
-std::unique_ptr<OverlayWindowController> makeOverlayWindowController(std::shared_ptr<OverlayPreferences> preferences,
-                                                                     std::shared_ptr<VisualizerModel> model,
-                                                                     const Clock& clock);
+// `steady` (a monotonic clock) drives the wave's animation and must outlive the overlay.
+std::unique_ptr<OverlayWindow> makeOverlayWindowController(std::shared_ptr<OverlayPreferences> preferences,
+                                                           std::shared_ptr<VisualizerModel> model, const Clock& steady);
+
+// The same for the application controller, whose preferences and model outlive the overlay.
+std::unique_ptr<OverlayPresenting> makeOverlay(OverlayPreferences& preferences, VisualizerModel& model,
+                                               const Clock& steady);
 
 }  // namespace lorvane

@@ -6,7 +6,7 @@
 #include <QScreen>
 #include <QTimer>
 
-#include "ui/X11WindowProperties.h"
+#include "platform/x11/X11Desktop.h"
 
 namespace lorvane {
 

@@ -2,14 +2,12 @@
 
 namespace lorvane {
 
-void paintVisualizer(WaveGlRenderer& renderer, const VisualizerView& view, const WaveTarget& target, SizeF panel,
-                     double time, const RgbaColor& background) {
-    const WaveComposition body = view.body(panel);
+void paintFrame(WaveGlRenderer& renderer, const WaveFrame& frame, const WaveTarget& target,
+                const RgbaColor& background) {
     RgbaColor fill = background;
-    if (body.tint) fill = sourceOver(premultiplied(*body.tint), fill);
+    if (frame.composition.tint) fill = sourceOver(premultiplied(*frame.composition.tint), fill);
     renderer.beginFrame(target, fill);
-    GlWaveCanvas canvas(renderer, body.waveform);
-    view.draw(canvas, body.waveform.size(), time);
+    renderer.drawWave(frame.layout, frame.composition.waveform);
 }
 
 }  // namespace lorvane

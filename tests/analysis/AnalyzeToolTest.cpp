@@ -210,11 +210,16 @@ TEST(AnalyzeTool, PrintsOneJsonLinePerPublishedFrameOfAStereoWav) {
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_TRUE(run.err.empty()) << run.err;
     const auto lines = jsonLines(run.out);
-    // 200 blocks of 10 ms; the 1/30 s throttle lets every fourth one publish, from the first.
-    ASSERT_EQ(lines.size(), 50u);
+    // 200 blocks of 10 ms; the 1/30 s schedule from the first block publishes on the first block of
+    // each slot: 30 frames a second.
+    ASSERT_EQ(lines.size(), 60u);
     for (std::size_t j = 0; j < lines.size(); ++j) {
         expectFrameShape(lines[j]);
-        EXPECT_NEAR(lines[j].value("t").toDouble(), 1.0 + static_cast<double>(4 * j + 1) * 0.01, 1e-12);
+        // On the first block of the frame's slot (a block ending on the slot's edge may count for
+        // either side of it, by rounding).
+        const double slot = 1.01 + static_cast<double>(j) / 30.0;
+        EXPECT_GE(lines[j].value("t").toDouble(), slot - 1e-9) << j;
+        EXPECT_LT(lines[j].value("t").toDouble(), slot + 0.01 + 1e-9) << j;
     }
     expectSameFrames(lines, coreFrames(samples, 2, 480));
 }
@@ -239,7 +244,7 @@ TEST(AnalyzeTool, MonoFilesAndIntegerSamplesAreConvertedToFloat) {
     std::vector<float> asFloat(pcm.size());
     for (std::size_t i = 0; i < pcm.size(); ++i) asFloat[i] = static_cast<float>(pcm[i]) / 32768.0f;
     const auto lines = jsonLines(run.out);
-    EXPECT_EQ(lines.size(), 38u);  // 150 blocks
+    EXPECT_EQ(lines.size(), 45u);  // 150 blocks, 30 frames a second
     expectSameFrames(lines, coreFrames(asFloat, 1, 480));
 }
 
@@ -252,7 +257,7 @@ TEST(AnalyzeTool, ReadsFlacAndOggFiles) {
         const auto run = runTool(dir, {(dir / name).string()});
         EXPECT_EQ(run.status, 0) << name << ": " << run.err;
         const auto lines = jsonLines(run.out);
-        EXPECT_EQ(lines.size(), 30u) << name;  // 120 blocks
+        EXPECT_EQ(lines.size(), 36u) << name;  // 120 blocks, 30 frames a second
         for (const auto& o : lines) expectFrameShape(o);
         // Lossy or not, it is still loud music.
         ASSERT_FALSE(lines.empty());
@@ -282,8 +287,8 @@ TEST(AnalyzeTool, SilenceEndsTheRunWithOneFailureLine) {
     const auto run = runTool(dir, {(dir / "silence.wav").string()});
     EXPECT_EQ(run.status, 0) << run.err;
     const auto lines = jsonLines(run.out);
-    // Frames until 4 s of silence have passed, then the failure on the block at 5.01 s.
-    ASSERT_EQ(lines.size(), 101u);
+    // Frames (30 a second) until 4 s of silence have passed, then the failure on the block at 5.01 s.
+    ASSERT_EQ(lines.size(), 121u);
     for (std::size_t i = 0; i + 1 < lines.size(); ++i) expectFrameShape(lines[i]);
     const auto& failure = lines.back();
     EXPECT_EQ(failure.keys(), (QStringList{"failure", "t"}));
@@ -312,7 +317,7 @@ TEST(AnalyzeTool, KeepGoingStartsANewRunAfterASilenceFailure) {
     EXPECT_NEAR(failures[0], 5.01, 1e-12);
     EXPECT_GT(failures[1] - failures[0], 4.0);
     EXPECT_LE(failures[1] - failures[0], 4.01 + 1e-9);
-    EXPECT_EQ(framesPerRun, (std::vector<int>{100, 100, 50}));
+    EXPECT_EQ(framesPerRun, (std::vector<int>{120, 120, 60}));
 }
 
 TEST(AnalyzeTool, AMissingFileIsOneErrorLine) {

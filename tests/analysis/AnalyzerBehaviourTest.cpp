@@ -224,7 +224,7 @@ TEST(AudioAnalyzer, StopResetsTheAnalysisStateButKeepsTheLearntTempo) {
     EXPECT_EQ(s.lastAudibleSampleTime, before.lastAudibleSampleTime);
 }
 
-TEST(AudioAnalyzer, BuffersFasterThan30PerSecondUpdateTheLevelEachTimeButPublishAtMostEvery30thOfASecond) {
+TEST(AudioAnalyzer, BuffersFasterThan30PerSecondUpdateTheLevelEachTimeButPublishOncePerThirtiethOfASecond) {
     AudioAnalyzer analyzer;
     ManualClock clock(5.0);
     analyzer.beginRun(clock.now());
@@ -243,10 +243,11 @@ TEST(AudioAnalyzer, BuffersFasterThan30PerSecondUpdateTheLevelEachTimeButPublish
         EXPECT_EQ(analyzer.snapshot().lastAudibleSampleTime, clock.now());
     }
     EXPECT_EQ(levelChanges, buffers);
-    ASSERT_GE(publishTimes.size(), 25u);
+    ASSERT_GE(publishTimes.size(), 29u);
     EXPECT_LE(publishTimes.size(), 31u);
+    // One frame per slot of the 1/30 s schedule: a gap can fall short of 1/30 s by less than a buffer.
     for (std::size_t i = 1; i < publishTimes.size(); ++i) {
-        EXPECT_GE(publishTimes[i] - publishTimes[i - 1], 1.0 / 30.0);
+        EXPECT_GT(publishTimes[i] - publishTimes[i - 1], 1.0 / 30.0 - 64 / rate);
     }
 }
 

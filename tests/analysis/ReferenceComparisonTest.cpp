@@ -66,7 +66,10 @@ public:
         for (double v : mono) accumulator_.push_back(v);
         while (accumulator_.size() > 1024) accumulator_.erase(accumulator_.begin());
 
-        if (now - lastPublishTime_ < 1.0 / 30.0) return std::nullopt;
+        // Publishes on a 1/30 s schedule anchored at the first publish, restarting after a lag of three slots.
+        if (now < nextPublishTime_) return std::nullopt;
+        const bool resync = nextPublishTime_ == 0 || now - nextPublishTime_ > 3 * (1.0 / 30.0);
+        nextPublishTime_ = (resync ? now : nextPublishTime_) + 1.0 / 30.0;
         lastPublishTime_ = now;
 
         const std::vector<double> s = spectrum();
@@ -167,7 +170,8 @@ private:
     std::vector<double> previousSpectrum_ = std::vector<double>(96, 0.0);
     std::vector<double> accumulator_;
     double fluxBaseline_ = 0.015, beatPulse_ = 0, tempoFactor_ = 0.42, previousPublishedLevel_ = 0;
-    double lastBeatTime_ = 0, captureStartTime_ = 0, lastAudibleSampleTime_ = 0, lastPublishTime_ = 0;
+    double lastBeatTime_ = 0, captureStartTime_ = 0, lastAudibleSampleTime_ = 0, lastPublishTime_ = 0,
+           nextPublishTime_ = 0;
 };
 
 // How close is close enough. The real analysis keeps the window, FFT, magnitudes, band sums and RMS

@@ -126,8 +126,10 @@ TEST_F(AppDelegateTest, OpenSettingsAndPermissionsItemsReachTheirTargets) {
 TEST_F(AppDelegateTest, PlayingWithEverythingOnStartsCaptureAndShowsTheOverlay) {
     h.journal.clear();
     h.play(MusicPlayer::spotify, 0.3);
-    EXPECT_EQ(h.journal.calls, (std::vector<std::string>{"make.audio", "audio.start", "overlay.applyWindowLevel",
-                                                         "overlay.reposition", "overlay.orderFront", "menu.apply"}));
+    // The menu follows the playback status as soon as it changed.
+    EXPECT_EQ(h.journal.calls, (std::vector<std::string>{"menu.apply", "make.audio", "audio.start",
+                                                         "overlay.applyWindowLevel", "overlay.reposition",
+                                                         "overlay.orderFront"}));
     EXPECT_TRUE(h.overlay->visible);
     EXPECT_EQ(app().currentMusicPlayer(), MusicPlayer::spotify);
     EXPECT_EQ(app().currentPlaybackState(), MusicPlaybackState::playing);
@@ -226,13 +228,32 @@ TEST_F(AppDelegateTest, TurningAudioResponseBackOnStartsCaptureWithoutChangingVi
 
 // MARK: Frames and failures
 
-TEST_F(AppDelegateTest, FramesGoLiveAndTheMenuFollowsTheLevel) {
+TEST_F(AppDelegateTest, FramesGoLiveAndOnlyAnOpenMenuFollowsTheLevel) {
     h.play();
     h.lastRun()->frameDidChange({0.125, 1.0, 0.0, std::vector<double>(96, 0.1)});
     EXPECT_EQ(app().visualizerModel().captureStatus(), AudioCaptureStatus::live);
     EXPECT_EQ(h.menuState().audioStatusTitle, "Audio Analysis: Live 13%");
+
+    // With the menu closed, further frames reach the menu not at all.
+    const int applied = h.menu->applyCount;
+    h.lastRun()->frameDidChange({1.0, 1.0, 0.0, std::vector<double>(96, 0.1)});
+    h.lastRun()->frameDidChange({0.5, 1.1, 0.2, std::vector<double>(96, 0.3)});
+    EXPECT_EQ(h.menu->applyCount, applied);
+
+    // Opening shows the current level, and an open menu follows every change of it.
+    h.menu->open();
+    EXPECT_EQ(h.menuState().audioStatusTitle, "Audio Analysis: Live 50%");
     h.lastRun()->frameDidChange({1.0, 1.0, 0.0, std::vector<double>(96, 0.1)});
     EXPECT_EQ(h.menuState().audioStatusTitle, "Audio Analysis: Live 100%");
+    // A frame whose level rounds to the same percentage changes nothing the menu shows.
+    const int openApplied = h.menu->applyCount;
+    h.lastRun()->frameDidChange({0.999, 1.2, 0.0, std::vector<double>(96, 0.4)});
+    EXPECT_EQ(h.menu->applyCount, openApplied);
+
+    h.menu->close();
+    h.lastRun()->frameDidChange({0.2, 1.0, 0.0, std::vector<double>(96, 0.1)});
+    EXPECT_EQ(h.menuState().audioStatusTitle, "Audio Analysis: Live 100%");
+    EXPECT_EQ(h.menu->applyCount, openApplied);
 }
 
 TEST_F(AppDelegateTest, AFailureDropsTheRunWithoutStoppingItAndKeepsTheWaveShowing) {
@@ -472,8 +493,9 @@ TEST_F(AppDelegateTest, AvoidCoveringReappliesLevelAndPlace) {
     h.journal.clear();
     h.menu->handler(MenuCommand::toggleAvoidCovering, std::nullopt);
     EXPECT_FALSE(app().preferences().avoidsCoveringWindows());
-    EXPECT_EQ(h.journal.calls, (std::vector<std::string>{"overlay.applyWindowLevel", "overlay.reposition",
-                                                         "menu.apply"}));
+    // The menu observes the preference and follows it as soon as it changed.
+    EXPECT_EQ(h.journal.calls, (std::vector<std::string>{"menu.apply", "overlay.applyWindowLevel",
+                                                         "overlay.reposition"}));
     EXPECT_FALSE(h.menuState().avoidCoveringChecked);
 }
 
@@ -481,8 +503,8 @@ TEST_F(AppDelegateTest, DisplayModeReappliesLevelAndPlace) {
     h.journal.clear();
     h.menu->handler(MenuCommand::selectFullscreenMode, std::nullopt);
     EXPECT_EQ(app().preferences().displayMode(), OverlayDisplayMode::fullscreenFog);
-    EXPECT_EQ(h.journal.calls, (std::vector<std::string>{"overlay.applyWindowLevel", "overlay.reposition",
-                                                         "menu.apply"}));
+    EXPECT_EQ(h.journal.calls, (std::vector<std::string>{"menu.apply", "overlay.applyWindowLevel",
+                                                         "overlay.reposition"}));
     EXPECT_EQ(h.store->string("overlayDisplayMode"), "fullscreenFog");
     h.menu->handler(MenuCommand::selectCompactMode, std::nullopt);
     EXPECT_EQ(app().preferences().displayMode(), OverlayDisplayMode::compact);
@@ -491,7 +513,7 @@ TEST_F(AppDelegateTest, DisplayModeReappliesLevelAndPlace) {
 TEST_F(AppDelegateTest, PositionOnlyRepositions) {
     h.journal.clear();
     h.menu->handler(MenuCommand::selectTopPosition, std::nullopt);
-    EXPECT_EQ(h.journal.calls, (std::vector<std::string>{"overlay.reposition", "menu.apply"}));
+    EXPECT_EQ(h.journal.calls, (std::vector<std::string>{"menu.apply", "overlay.reposition"}));
     EXPECT_EQ(app().preferences().position(), OverlayPosition::top);
     h.menu->handler(MenuCommand::selectBottomPosition, std::nullopt);
     EXPECT_EQ(app().preferences().position(), OverlayPosition::bottom);
@@ -616,13 +638,33 @@ TEST_F(AppDelegateTest, TheMenuToggleNegatesTheRegistration) {
     EXPECT_EQ(h.loginItem.unregisterCalls, 1);
 }
 
-TEST_F(AppDelegateTest, TheLoginItemIsReadAfreshOnEveryRefresh) {
+TEST_F(AppDelegateTest, TheLoginItemIsReadWhenTheMenuOpensNotPerFrame) {
+    h.play();
+    h.lastRun()->frameDidChange({0.3, 1.0, 0.0, std::vector<double>(96, 0.1)});
     h.loginItem.enabled = true;  // changed behind the program's back
-    app().refreshMenuState();
-    EXPECT_TRUE(h.menuState().launchAtLoginChecked);
     const int reads = h.loginItem.reads;
-    app().refreshMenuState();
+    for (int i = 0; i < 30; ++i) h.lastRun()->frameDidChange({0.01 * i, 1.0, 0.0, std::vector<double>(96, 0.1)});
+    h.snapshot(MusicPlayer::spotify, MusicPlaybackState::playing, 0.7);
+    EXPECT_EQ(h.loginItem.reads, reads);
+    EXPECT_FALSE(h.menuState().launchAtLoginChecked);
+
+    h.menu->open();
     EXPECT_GT(h.loginItem.reads, reads);
+    EXPECT_TRUE(h.menuState().launchAtLoginChecked);
+}
+
+TEST_F(AppDelegateTest, TheTraysWordOnATrayHostIsKeptForTheViews) {
+    EXPECT_TRUE(app().trayHost().available());
+    int announced = 0;
+    app().trayHost().changed.connect([&] { ++announced; });
+    ASSERT_TRUE(h.menu->events.trayHostChanged);
+    h.menu->events.trayHostChanged(false);
+    EXPECT_FALSE(app().trayHost().available());
+    h.menu->events.trayHostChanged(false);
+    EXPECT_EQ(announced, 1);
+    h.menu->events.trayHostChanged(true);
+    EXPECT_TRUE(app().trayHost().available());
+    EXPECT_EQ(announced, 2);
 }
 
 // MARK: The back-off's timer and the sound server's return

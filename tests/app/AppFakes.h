@@ -68,7 +68,16 @@ public:
         last = state;
         ++applyCount;
     }
+    void setEvents(StatusMenuEvents value) override { events = std::move(value); }
+    // As a tray host does before it shows the menu, and after it closed it.
+    void open() {
+        if (events.menuVisibilityChanged) events.menuVisibilityChanged(true);
+    }
+    void close() {
+        if (events.menuVisibilityChanged) events.menuVisibilityChanged(false);
+    }
     MenuCommandHandler handler;
+    StatusMenuEvents events;
     std::optional<MenuState> last;
     int applyCount = 0;
 

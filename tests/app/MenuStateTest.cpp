@@ -69,11 +69,8 @@ TEST(StatusMenuLayout, CommandsKeysAndInitialFlags) {
 
     const auto& settings = find(menu, "Open Settings...");
     EXPECT_EQ(settings.command, MenuCommand::openSettingsWindow);
-    EXPECT_EQ(settings.keyEquivalent, ",");
     EXPECT_FALSE(settings.key);
-    EXPECT_EQ(find(menu, "Show Waveform").keyEquivalent, "w");
     EXPECT_EQ(find(menu, "Show Waveform").command, MenuCommand::toggleOverlayEnabled);
-    EXPECT_EQ(find(menu, "Quit Lorvane").keyEquivalent, "q");
     EXPECT_EQ(find(menu, "Quit Lorvane").command, MenuCommand::quitApplication);
     EXPECT_EQ(find(menu, "Show Automatically with Music Players").command, MenuCommand::toggleAutoShow);
     EXPECT_EQ(find(menu, "Keep on Desktop Layer").command, MenuCommand::toggleAvoidCovering);
@@ -82,10 +79,11 @@ TEST(StatusMenuLayout, CommandsKeysAndInitialFlags) {
     EXPECT_EQ(find(menu, "Retry Audio Detection").command, MenuCommand::retryAudioCapture);
     EXPECT_EQ(find(menu, "Launch at Login").command, MenuCommand::toggleLaunchAtLogin);
 
-    // Only the three shortcuts exist.
-    int withKeys = 0;
-    for (const auto& entry : menu) withKeys += entry.keyEquivalent.empty() ? 0 : 1;
-    EXPECT_EQ(withKeys, 3);
+    // Toggles carry check marks, commands none.
+    EXPECT_EQ(find(menu, "Show Waveform").toggle, MenuEntry::Toggle::check);
+    EXPECT_EQ(find(menu, "Launch at Login").toggle, MenuEntry::Toggle::check);
+    EXPECT_EQ(find(menu, "Retry Audio Detection").toggle, MenuEntry::Toggle::none);
+    EXPECT_EQ(find(menu, "Quit Lorvane").toggle, MenuEntry::Toggle::none);
     for (const auto& entry : menu) {
         if (entry.kind != MenuEntry::Kind::submenu) {
             EXPECT_TRUE(entry.submenu.empty());
@@ -103,6 +101,7 @@ TEST(StatusMenuLayout, DisplayModeAndPositionSubmenus) {
     EXPECT_EQ(titles(mode.submenu), (std::vector<std::string>{"Standard Waveform", "Fullscreen Fog"}));
     EXPECT_EQ(mode.submenu[0].command, MenuCommand::selectCompactMode);
     EXPECT_EQ(mode.submenu[1].command, MenuCommand::selectFullscreenMode);
+    for (const auto& choice : mode.submenu) EXPECT_EQ(choice.toggle, MenuEntry::Toggle::radio);
 
     const auto& position = find(menu, "Position");
     EXPECT_EQ(position.key, MenuItemKey::position);
@@ -112,6 +111,7 @@ TEST(StatusMenuLayout, DisplayModeAndPositionSubmenus) {
     EXPECT_EQ(position.submenu[1].command, MenuCommand::selectCenterPosition);
     EXPECT_EQ(position.submenu[2].command, MenuCommand::selectBottomPosition);
     EXPECT_EQ(position.submenu[2].key, MenuItemKey::bottomPosition);
+    for (const auto& choice : position.submenu) EXPECT_EQ(choice.toggle, MenuEntry::Toggle::radio);
 }
 
 TEST(StatusMenuLayout, ColorSubmenuHasThreeBlocksInCaseOrder) {
@@ -128,7 +128,7 @@ TEST(StatusMenuLayout, ColorSubmenuHasThreeBlocksInCaseOrder) {
         const WaveColor expectedColor = allCases<WaveColor>()[colorIndex++];
         EXPECT_EQ(entry.color, expectedColor);
         EXPECT_EQ(entry.command, MenuCommand::selectWaveColor);
-        EXPECT_TRUE(entry.keyEquivalent.empty());
+        EXPECT_EQ(entry.toggle, MenuEntry::Toggle::radio);
     }
     EXPECT_EQ(colorIndex, 17u);
 }
@@ -242,10 +242,11 @@ TEST(MenuState, FullscreenFogDisablesPositionButKeepsItsChecks) {
     EXPECT_TRUE(state.fullscreenModeChecked);
 }
 
-TEST(MenuState, RefreshAfterEveryFrameChangesOnlyTheAudioLine) {
+TEST(MenuState, AFrameWhileTheMenuIsOpenChangesOnlyTheAudioLine) {
     AppHarness h;
     h.launch();
     h.play();
+    h.menu->open();
     h.lastRun()->frameDidChange({0.20, 1, 0, {}});
     const MenuState first = h.menuState();
     h.lastRun()->frameDidChange({0.21, 1, 0, {}});
@@ -253,4 +254,16 @@ TEST(MenuState, RefreshAfterEveryFrameChangesOnlyTheAudioLine) {
     EXPECT_NE(first.audioStatusTitle, second.audioStatusTitle);
     second.audioStatusTitle = first.audioStatusTitle;
     EXPECT_EQ(first, second);
+}
+
+TEST(MenuState, TheToolTipGivesTheCaptureFailureReasonOnlyAwayFromLive) {
+    EXPECT_EQ(trayToolTip(std::nullopt, MusicPlaybackState::notRunning, AudioCaptureStatus::fallback,
+                          AudioCaptureReason::noSoundServer),
+              "Music Player: Not Running \u2014 Audio Analysis: Fixed-Level Fallback (No sound server is running)");
+    EXPECT_EQ(trayToolTip(PlaybackPlayer(MusicPlayer::spotify), MusicPlaybackState::playing, AudioCaptureStatus::live,
+                          AudioCaptureReason::serverStopped),
+              "Spotify: Playing \u2014 Audio Analysis: Live");
+    EXPECT_EQ(trayToolTip(PlaybackPlayer(MusicPlayer::spotify), MusicPlaybackState::playing,
+                          AudioCaptureStatus::fallback),
+              "Spotify: Playing \u2014 Audio Analysis: Fixed-Level Fallback");
 }

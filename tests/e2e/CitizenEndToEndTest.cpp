@@ -96,7 +96,7 @@ protected:
         return answered ? std::chrono::milliseconds(clock.elapsed()) : std::chrono::milliseconds::max();
     }
 
-    AppDesktop desktop{AppDesktop::Options{false, 1920, 1080}};
+    AppDesktop desktop{AppDesktop::Options{false, true, 1920, 1080}};
     ChildProcess lorvane;
 };
 

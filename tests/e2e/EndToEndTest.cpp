@@ -114,7 +114,9 @@ protected:
 }  // namespace
 
 TEST_F(EndToEnd, TheTrayIsExportedWithTheWholeMenu) {
-    EXPECT_EQ(desktop.tray().toolTipTitle(), "Lorvane");
+    EXPECT_EQ(desktop.tray().toolTipTitle(),
+              QString::fromUtf8("Music Player: Not Running \u2014 Audio Analysis: Waiting for Playback"));
+    EXPECT_EQ(desktop.tray().itemProperty(QStringLiteral("Title")).toString(), "Lorvane");
     const auto menu = desktop.tray().layout();
     ASSERT_TRUE(menu);
     const QStringList expected{"Music Player: Not Running",

@@ -22,10 +22,21 @@ public:
     PointF pointer;
 };
 
-// Records what the controller asks of the window, in order.
-class RecordingPanel final : public OverlayPanel {
+// An overlay window that records what the placement asks of it, in order.
+class RecordingOverlay final : public OverlayWindowController {
 public:
-    explicit RecordingPanel(std::vector<std::string>* log) : log_(log) {}
+    RecordingOverlay(std::shared_ptr<const OverlayPreferences> preferences, std::unique_ptr<ScreenEnvironment> screens,
+                     std::vector<std::string>* log)
+        : OverlayWindowController(std::move(preferences), std::move(screens)), log_(log) {
+        place();
+    }
+    bool isVisible() const { return visible; }
+
+    std::optional<OverlayWindowLevel> level;
+    std::optional<RectF> frame;
+    bool visible = false;
+
+protected:
     void setLevel(OverlayWindowLevel value) override {
         level = value;
         log_->push_back("level " + std::string(rawValue(value)));
@@ -38,15 +49,10 @@ public:
         visible = true;
         log_->push_back("front");
     }
-    void orderOut() override {
+    void withdraw() override {
         visible = false;
         log_->push_back("out");
     }
-    bool isVisible() const override { return visible; }
-
-    std::optional<OverlayWindowLevel> level;
-    std::optional<RectF> frame;
-    bool visible = false;
 
 private:
     std::vector<std::string>* log_;
@@ -60,21 +66,19 @@ struct Fixture {
     std::shared_ptr<MemoryKeyValueStore> store = std::make_shared<MemoryKeyValueStore>();
     std::shared_ptr<OverlayPreferences> preferences = std::make_shared<OverlayPreferences>(store);
     std::vector<std::string> log;
-    RecordingPanel* panel = nullptr;
     StubScreens* screens = nullptr;
-    std::unique_ptr<OverlayWindowController> controller;
+    std::unique_ptr<RecordingOverlay> controller;
+    RecordingOverlay* panel = nullptr;
 
     explicit Fixture(std::vector<ScreenInfo> list = {laptopScreen()}, std::optional<std::size_t> main = 0,
                      PointF pointer = {500, 500}) {
-        auto ownedPanel = std::make_unique<RecordingPanel>(&log);
         auto ownedScreens = std::make_unique<StubScreens>();
-        panel = ownedPanel.get();
         screens = ownedScreens.get();
         screens->list = std::move(list);
         screens->main = main;
         screens->pointer = pointer;
-        controller =
-            std::make_unique<OverlayWindowController>(preferences, std::move(ownedPanel), std::move(ownedScreens));
+        controller = std::make_unique<RecordingOverlay>(preferences, std::move(ownedScreens), &log);
+        panel = controller.get();
     }
 };
 
@@ -176,22 +180,36 @@ TEST(OverlayWindowController, ShowGoesToThePointersScreenAndHideOrdersOut) {
     f.preferences->setPosition(OverlayPosition::top);
     f.log.clear();
     f.screens->pointer = {3000, 700};
-    f.controller->show();
+    f.controller->showOverlay();
     EXPECT_EQ(f.log, (std::vector<std::string>{"level desktop", "frame", "front"}));
     EXPECT_EQ(f.panel->frame, (RectF{1920, 28, 2560, 150}));
     EXPECT_TRUE(f.panel->isVisible());
     // Between shows the panel does not follow the pointer.
     f.screens->pointer = {100, 100};
     EXPECT_EQ(f.panel->frame, (RectF{1920, 28, 2560, 150}));
-    f.controller->hide();
+    f.controller->hideOverlay();
     EXPECT_FALSE(f.panel->isVisible());
     EXPECT_EQ(f.log.back(), "out");
+}
+
+TEST(OverlayWindowController, AsTheApplicationDrivesItFrontShowsWhereLevelAndRepositionPutIt) {
+    Fixture f({laptopScreen(), rightScreen()}, 0, {500, 500});
+    OverlayPresenting& overlay = *f.controller;
+    f.log.clear();
+    f.screens->pointer = {3000, 700};
+    overlay.applyWindowLevel();
+    overlay.reposition();
+    overlay.orderFrontRegardless();
+    EXPECT_EQ(f.log, (std::vector<std::string>{"level desktop", "frame", "front"}));
+    EXPECT_EQ(f.panel->frame, (RectF{1920, 700 - 140, 2560, 280}));
+    overlay.orderOut();
+    EXPECT_FALSE(f.panel->isVisible());
 }
 
 TEST(OverlayWindowController, PointerOutsideEveryScreenUsesTheMainScreen) {
     Fixture f({laptopScreen(), rightScreen()}, 1, {-400, 5000});
     f.preferences->setDisplayMode(OverlayDisplayMode::fullscreenFog);
-    f.controller->show();
+    f.controller->showOverlay();
     EXPECT_EQ(f.panel->frame, (RectF{1920, 0, 2560, 1440}));
     ASSERT_TRUE(f.controller->targetScreen().has_value());
     EXPECT_EQ(*f.controller->targetScreen(), rightScreen());

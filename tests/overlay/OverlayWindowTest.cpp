@@ -98,12 +98,12 @@ protected:
         ASSERT_TRUE(waitUntil([&] { return screensAre(expected); })) << "Qt did not see the monitors: " << describeScreens();
     }
 
-    OverlayWindow& window() { return static_cast<OverlayWindow&>(controller->panel()); }
+    OverlayWindow& window() { return *controller; }
     XWindow id() { return static_cast<XWindow>(window().winId()); }
     XRect placed() { return probe.geometryOnRoot(id()); }
 
     void showAndWait() {
-        controller->show();
+        controller->showOverlay();
         ASSERT_TRUE(waitUntil([&] { return probe.isViewable(id()) && window().framesDrawn() > 0; }));
     }
 
@@ -135,8 +135,8 @@ protected:
     std::shared_ptr<MemoryKeyValueStore> store = std::make_shared<MemoryKeyValueStore>();
     std::shared_ptr<OverlayPreferences> preferences = std::make_shared<OverlayPreferences>(store);
     std::shared_ptr<VisualizerModel> model = std::make_shared<VisualizerModel>();
-    ReferenceDateClock clock;
-    std::unique_ptr<OverlayWindowController> controller;
+    SteadyClock clock;
+    std::unique_ptr<OverlayWindow> controller;
     std::vector<XWindow> created;
 };
 
@@ -241,10 +241,10 @@ TEST_F(OverlayOnDesktop, CompactBandsLandInsideTheVisibleFrameOfAScreenWithAPane
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(rawValue(c.position)));
         preferences->setPosition(c.position);
-        controller->show();
+        controller->showOverlay();
         EXPECT_TRUE(waitUntil([&] { return probe.isViewable(id()) && placed() == c.expected; }))
             << "at " << placed().x << "," << placed().y << " " << placed().width << "x" << placed().height;
-        controller->hide();
+        controller->hideOverlay();
         EXPECT_TRUE(waitUntil([&] { return !probe.isViewable(id()); }));
     }
 }
@@ -281,7 +281,7 @@ TEST_F(OverlayOnDesktop, ShowsOnTheScreenUnderThePointer) {
     probe.warpPointer(2500, 500);
     showAndWait();
     EXPECT_TRUE(waitUntil([&] { return placed() == XRect{1920, 540 - 135, 1920, 270}; }));
-    controller->hide();
+    controller->hideOverlay();
     // Between shows it does not follow the pointer; at the next show it does.
     probe.warpPointer(300, 300);
     idle(100);
@@ -382,7 +382,7 @@ TEST_F(OverlayOnDesktop, DrawsOnlyWhileOnScreenAtMostThirtyTimesASecond) {
     EXPECT_LE(drawn, static_cast<long long>(std::ceil(seconds * 30)) + 1);
     EXPECT_GE(drawn, 2);
 
-    controller->hide();
+    controller->hideOverlay();
     ASSERT_TRUE(waitUntil([&] { return !probe.isViewable(id()); }));
     EXPECT_FALSE(window().isTicking());
     const long long hidden = window().framesDrawn();
@@ -408,4 +408,61 @@ TEST(FrameTicker, PacesFramesAtLeastOneThirtiethApartWithoutCatchUpBursts) {
     }
     EXPECT_LE(frames, 30);
     EXPECT_GE(frames, 29);
+}
+
+// This test desktop draws OpenGL in software (Mesa's llvmpipe): the overlay picks the CPU path by
+// itself, draws the wave there, and follows the preference to the GL path and back.
+TEST_F(OverlayOnDesktop, SoftwareOpenGlMakesTheOverlayDrawOnTheCpuUnlessAskedOtherwise) {
+    if (!qEnvironmentVariableIsEmpty("LORVANE_RENDERER")) GTEST_SKIP() << "LORVANE_RENDERER chooses the path";
+    ASSERT_TRUE(openGlRendererName().has_value());
+    ASSERT_TRUE(isSoftwareOpenGl(*openGlRendererName())) << *openGlRendererName();
+    EXPECT_EQ(window().drawingPath(), DrawingPath::cpu);
+
+    ASSERT_EQ(overlaySession().run({"xsetroot", "-solid", "#000000"}).status, 0);
+    preferences->setAvoidsCoveringWindows(false);
+    preferences->setPosition(OverlayPosition::top);
+    preferences->setColor(WaveColor::yellow);
+    controller->applyWindowLevel();
+    showAndWait();
+    const XRect band = placed();
+    // The middle bar's dot sits on the centre line in the palette's colour.
+    const WaveLayout layout = window().view().layout({double(band.width), double(band.height - 12)}, 0.0);
+    const WaveBar& middle = layout.bars[layout.bars.size() / 2];
+    const int x = band.x + static_cast<int>(middle.x);
+    const int y = band.y + 6 + static_cast<int>(layout.midY);
+    auto yellowish = [&] {
+        const unsigned long pixel = probe.screenPixel(x, y);
+        return ((pixel >> 16) & 0xFF) > 120 && ((pixel >> 8) & 0xFF) > 100 && (pixel & 0xFF) < 80;
+    };
+    EXPECT_TRUE(waitUntil(yellowish)) << std::hex << probe.screenPixel(x, y);
+
+    preferences->setRenderer(RendererChoice::gl);
+    ASSERT_TRUE(waitUntil([&] { return window().drawingPath() == DrawingPath::gl; }));
+    const long long before = window().framesDrawn();
+    EXPECT_TRUE(waitUntil([&] { return window().framesDrawn() > before + 2 && probe.isViewable(id()); }));
+    EXPECT_TRUE(waitUntil(yellowish)) << std::hex << probe.screenPixel(x, y);
+
+    preferences->setRenderer(RendererChoice::automatic);
+    EXPECT_TRUE(waitUntil([&] { return window().drawingPath() == DrawingPath::cpu; }));
+}
+
+// While live the overlay draws once per analysis frame and leaves the steady source off; without
+// frames it goes back to the steady source.
+TEST_F(OverlayOnDesktop, LiveFramesAreDrawnOncePerFrameAndTheSteadySourceResumesWhenTheyStop) {
+    showAndWait();
+    ASSERT_TRUE(waitUntil([&] { return window().isTicking(); }));
+    std::vector<double> spectrum(96, 0.5);
+    model->updateLiveFrame({0.6, 1.2, 0.3, spectrum});
+    ASSERT_TRUE(waitUntil([&] { return !window().isTicking(); }));
+    for (int i = 0; i < 12; ++i) {
+        const long long before = window().framesDrawn();
+        model->updateLiveFrame({0.6, 1.2 + 0.01 * i, 0.3, spectrum});
+        ASSERT_TRUE(waitUntil([&] { return window().framesDrawn() > before; }));
+        EXPECT_EQ(window().framesDrawn(), before + 1) << "frame " << i;
+        EXPECT_FALSE(window().isTicking());
+    }
+    // Frames stop without the model leaving live (a stalled stream): the steady source takes over.
+    EXPECT_TRUE(waitUntil([&] { return window().isTicking(); }));
+    model->useFallbackAudio(std::nullopt);
+    EXPECT_TRUE(window().isTicking());
 }

@@ -16,10 +16,14 @@ struct Fixture {
     VisualizerView view{preferences, model};
 };
 
-class RecordingCanvas final : public WaveCanvas {
-public:
-    void drawWave(const WaveLayout& layout) override { frames.push_back(layout); }
+// Frames computed one after another, as a renderer would receive them.
+struct RecordedFrames {
     std::vector<WaveLayout> frames;
+    void take(const VisualizerView& view) {
+        const WaveFrame frame = view.frame({1920, 150}, 100.0);
+        EXPECT_EQ(frame.layout.canvas, (SizeF{1920, 138}));
+        frames.push_back(frame.layout);
+    }
 };
 
 AudioVisualizationFrame frame(double level, double motion, double pulse, std::vector<double> spectrum) {
@@ -44,13 +48,13 @@ TEST(VisualizerView, SpectrumValueReadsTheModel) {
     EXPECT_DOUBLE_EQ(f.view.spectrumValue(0, 369), 0.25);
 }
 
-TEST(VisualizerView, DrawHandsTheCanvasTheFrameOfTheCurrentValues) {
+TEST(VisualizerView, EachFrameCarriesTheCurrentValues) {
     Fixture f;
-    RecordingCanvas canvas;
-    f.view.draw(canvas, {1920, 138}, 100);
+    RecordedFrames canvas;
+    canvas.take(f.view);
     f.model->updateLiveFrame(frame(0.9, 2.0, 0.7, std::vector<double>(96, 0.8)));
     f.preferences->setColor(WaveColor::sunset);
-    f.view.draw(canvas, {1920, 138}, 100);
+    canvas.take(f.view);
     ASSERT_EQ(canvas.frames.size(), 2u);
     // The first frame is the constructed model: level 0.48, motion 1, pulse 0, synthetic spectrum, cyan.
     EXPECT_DOUBLE_EQ(canvas.frames[0].level, 0.48);
@@ -63,7 +67,7 @@ TEST(VisualizerView, DrawHandsTheCanvasTheFrameOfTheCurrentValues) {
     EXPECT_EQ(canvas.frames[1].bars[0].color, colors(WaveColor::sunset)[0]);
     // Audio response off: the constants, whatever the model holds.
     f.preferences->setAudioResponsive(false);
-    f.view.draw(canvas, {1920, 138}, 100);
+    canvas.take(f.view);
     EXPECT_DOUBLE_EQ(canvas.frames[2].level, 0.48);
     EXPECT_DOUBLE_EQ(canvas.frames[2].motion, 1.0);
     EXPECT_DOUBLE_EQ(canvas.frames[2].pulse, 0.16);

@@ -1,5 +1,5 @@
-// Pictures of the wave drawn by the OpenGL renderer, read back from an offscreen framebuffer and
-// checked against the frame layout: where the bars are, their colours, the dash pattern, the dots,
+// Pictures of the wave drawn by the OpenGL renderer, read back from an offscreen framebuffer (or, run
+// with --drawing-path=cpu, drawn by the CPU path) and checked against the frame layout: where the bars are, their colours, the dash pattern, the dots,
 // the glow, the baseline and the clear space around them. A few whole pictures are also compared
 // with stored references (regenerate them on purpose with LORVANE_UPDATE_REFERENCE_IMAGES=1).
 #include <gtest/gtest.h>
@@ -13,12 +13,15 @@
 #include <memory>
 
 #include "core/render/VisualizerView.h"
+#include "core/render/DrawingPath.h"
 #include "ui/OffscreenWaveRenderer.h"
 #include "ui/VisualizerPainter.h"
+#include "ui/WaveRasterRenderer.h"
 
 using namespace lorvane;
 
 OffscreenWaveRenderer& pictureRenderer();
+DrawingPath picturePath();
 
 namespace {
 
@@ -82,7 +85,12 @@ Frame render(const Scene& scene, SizeF panel, double ratio, const RgbaColor& bac
     const WaveComposition body = scene.view.body(panel);
     frame.canvas = body.waveform;
     frame.layout = scene.view.layout(body.waveform.size(), fixedTime);
-    frame.image = renderer().renderView(scene.view, panel, ratio, fixedTime, background);
+    if (picturePath() == DrawingPath::cpu) {
+        WaveRasterRenderer cpu;
+        frame.image = cpu.render(scene.view.frame(panel, fixedTime), ratio, background);
+    } else {
+        frame.image = renderer().renderView(scene.view, panel, ratio, fixedTime, background);
+    }
     frame.fill = body.tint ? sourceOver(premultiplied(*body.tint), background) : background;
     return frame;
 }
@@ -314,6 +322,7 @@ TEST(WavePicture, HighDensityScreensGetTheSameWaveInMorePixels) {
 }
 
 TEST(WavePicture, ReducedResolutionGlowLooksLikeTheFullResolutionGlow) {
+    if (picturePath() == DrawingPath::cpu) GTEST_SKIP() << "a rule of the GL path's glow";
     // Half resolution for the compact band at 1x, a quarter for the fog and for 2x screens.
     const struct {
         OverlayDisplayMode mode;
@@ -363,7 +372,7 @@ struct Reference {
 // Compares with the stored picture, or stores it when LORVANE_UPDATE_REFERENCE_IMAGES is set.
 void compareWithReference(const QImage& actual, const QString& name) {
     const QString path = QStringLiteral(LORVANE_REFERENCE_IMAGES) + "/" + name + ".png";
-    if (qEnvironmentVariableIntValue("LORVANE_UPDATE_REFERENCE_IMAGES") == 1) {
+    if (qEnvironmentVariableIntValue("LORVANE_UPDATE_REFERENCE_IMAGES") == 1 && picturePath() == DrawingPath::gl) {
         QDir().mkpath(QStringLiteral(LORVANE_REFERENCE_IMAGES));
         ASSERT_TRUE(actual.convertToFormat(QImage::Format_ARGB32).save(path)) << path.toStdString();
         GTEST_SKIP() << "stored " << path.toStdString();
@@ -406,3 +415,61 @@ TEST(WavePicture, MatchesTheReferencePictures) {
         compareWithReference(f.image, reference.name);
     }
 }
+
+namespace {
+
+struct PathComparison {
+    OverlayDisplayMode mode;
+    WaveColor color;
+    SizeF panel;
+    double ratio;
+    RgbaColor background;
+};
+
+class CpuPathByModeAndPalette : public testing::TestWithParam<PathComparison> {};
+
+}  // namespace
+
+// The CPU path draws the GL path's picture: both modes, two palettes, 1x and 2x, translucent and opaque.
+TEST_P(CpuPathByModeAndPalette, DrawsTheGlPictureWithinThePictureTolerance) {
+    if (picturePath() == DrawingPath::cpu) GTEST_SKIP() << "compares the two paths; run once";
+    const PathComparison c = GetParam();
+    Scene scene(c.mode, c.color);
+    const WaveFrame frame = scene.view.frame(c.panel, fixedTime);
+    const QImage gl = renderer().renderFrame(frame, c.ratio, c.background);
+    WaveRasterRenderer cpu;
+    const QImage drawn = cpu.render(frame, c.ratio, c.background);
+    ASSERT_EQ(gl.size(), drawn.size());
+    int differing = 0, worst = 0;
+    double total = 0;
+    for (int y = 0; y < gl.height(); ++y) {
+        for (int x = 0; x < gl.width(); ++x) {
+            const QRgb a = gl.pixel(x, y), b = drawn.pixel(x, y);
+            const int difference = std::max({std::abs(qAlpha(a) - qAlpha(b)), std::abs(qRed(a) - qRed(b)),
+                                             std::abs(qGreen(a) - qGreen(b)), std::abs(qBlue(a) - qBlue(b))});
+            total += difference;
+            worst = std::max(worst, difference);
+            if (difference > 8) ++differing;
+        }
+    }
+    const double pixels = gl.width() * gl.height();
+    std::printf("cpu against gl: mean difference %.3f, worst %d, %d pixels over 8\n", total / pixels, worst,
+                differing);
+    EXPECT_LT(total / pixels, 0.5);
+    EXPECT_LT(differing / pixels, 0.002);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    BothModesTwoPalettes, CpuPathByModeAndPalette,
+    testing::Values(PathComparison{OverlayDisplayMode::compact, WaveColor::cyan, {1920, 150}, 1, transparentBackground},
+                    PathComparison{OverlayDisplayMode::compact, WaveColor::aurora, {1280, 150}, 1, opaqueBackground},
+                    PathComparison{OverlayDisplayMode::compact, WaveColor::aurora, {640, 150}, 2, transparentBackground},
+                    PathComparison{OverlayDisplayMode::fullscreenFog, WaveColor::cyan, {1280, 720}, 1,
+                                   transparentBackground},
+                    PathComparison{OverlayDisplayMode::fullscreenFog, WaveColor::aurora, {1280, 720}, 1,
+                                   opaqueBackground}),
+    [](const testing::TestParamInfo<PathComparison>& info) {
+        return std::string(rawValue(info.param.mode)) + "_" + std::string(rawValue(info.param.color)) + "_x" +
+               std::to_string(static_cast<int>(info.param.ratio)) +
+               (info.param.background.alpha > 0 ? "_opaque" : "_translucent");
+    });

@@ -110,9 +110,9 @@ int main(int argc, char** argv) {
     if (!player) return fail(error, 1);
     if (!notice.empty()) std::fprintf(stderr, "lorvane-wave-demo: %s\n", notice.c_str());
 
-    ReferenceDateClock clock;
+    SteadyClock clock;
     auto controller = makeOverlayController(overlayPath.path, preferences, model, clock);
-    controller->show();
+    controller->showOverlay();
     std::printf("showing %s (%.1f s)\n", path.c_str(), player->duration());
     std::fflush(stdout);
 
@@ -138,6 +138,6 @@ int main(int argc, char** argv) {
     });
     ticker.start(10);
     const int status = app.exec();
-    controller->hide();
+    controller->hideOverlay();
     return status;
 }

@@ -1,6 +1,6 @@
 #pragma once
-// The analysis half of the system-audio level monitor: level and silence on every buffer, and at
-// most 30 times a second the spectrum, beat, tempo and smoothing step that makes a frame.
+// The analysis half of the system-audio level monitor: level and silence on every buffer, and on a
+// 1/30 s schedule the spectrum, beat, tempo and smoothing step that makes a frame.
 // Pure arithmetic over float blocks and a clock value; it posts nothing and knows no threads.
 // Not thread-safe: the owner calls every member from one thread at a time (the sample thread, or
 // the main thread while no buffer is being processed).
@@ -43,7 +43,7 @@ public:
     // An explicit stop: the analysis state returns to its initial values, except the learnt tempo.
     void reset();
     // The whole per-buffer step for one buffer read at clock time `now`: level, silence watch,
-    // accumulation and, at most every 1/30 s, a frame.
+    // accumulation and, at the first buffer of each 1/30 s slot of the publish schedule, a frame.
     Result process(const SampleBlock& block, double now);
     Result process(const ExtractedAudio& audio, double now);
 
@@ -103,7 +103,7 @@ private:
 
     // Level target, smoothing and silence watch; false when the silence watch ends the run.
     bool updateLevelAndWatchSilence(double rms, double now);
-    // The publish throttle and, when it allows, the publish step.
+    // The publish schedule and, when a slot is due, the publish step.
     Result throttleAndPublish(double now);
     // Puts any state value that is no longer finite back to its initial value, so one bad value
     // cannot stay in the smoothing for the rest of the run.

@@ -91,7 +91,23 @@ void AppDelegate::configureStatusItem() {
                    self.perform(command, representedObject);
                });
     statusMenu_ = environment_.factories.makeStatusMenu(std::move(handler));
-    refreshMenuState();
+    if (!statusMenu_) return;
+    // The menu observes the state from here on; nothing refreshes it by hand.
+    statusMenuBinding_ = std::make_unique<StatusMenuBinding>(*statusMenu_, preferences_, visualizerModel_,
+                                                             playbackStatus_, [this] { return launchAtLoginEnabled(); });
+    const auto alive = lifetime_.weak();
+    StatusMenuEvents events;
+    events.menuVisibilityChanged = weakly(this, alive, [](AppDelegate& self, bool open) {
+        if (!self.statusMenuBinding_) return;
+        if (open) {
+            self.statusMenuBinding_->menuWillOpen();
+        } else {
+            self.statusMenuBinding_->menuDidClose();
+        }
+    });
+    events.trayHostChanged =
+        weakly(this, alive, [](AppDelegate& self, bool available) { self.trayHost_.setAvailable(available); });
+    statusMenu_->setEvents(std::move(events));
 }
 
 SettingsActions AppDelegate::settingsActions() {
@@ -108,6 +124,8 @@ SettingsActions AppDelegate::settingsActions() {
     actions.setPosition =
         weakly(this, alive, [](AppDelegate& self, OverlayPosition position) { self.setPosition(position); });
     actions.setColor = weakly(this, alive, [](AppDelegate& self, WaveColor color) { self.setColor(color); });
+    actions.setRenderer =
+        weakly(this, alive, [](AppDelegate& self, RendererChoice choice) { self.setRenderer(choice); });
     actions.setPlayerEnabled = weakly(
         this, alive, [](AppDelegate& self, MusicPlayer player, bool enabled) { self.setPlayer(player, enabled); });
     actions.setOtherPlayersEnabled =
@@ -120,6 +138,8 @@ SettingsActions AppDelegate::settingsActions() {
         weakly(this, alive, [](AppDelegate& self) { self.openAudioCaptureSettings(); });
     actions.setLaunchAtLogin =
         weaklyOr(false, this, alive, [](AppDelegate& self, bool enabled) { return self.setLaunchAtLogin(enabled); });
+    actions.isLaunchAtLoginEnabled =
+        weaklyOr(false, this, alive, [](AppDelegate& self) { return self.launchAtLoginEnabled(); });
     return actions;
 }
 
@@ -149,7 +169,6 @@ void AppDelegate::audioAndVisibilityStep(bool allOn) {
         visualizerModel_.pause();
     }
     updateOverlayVisibility();
-    refreshMenuState();
 }
 
 void AppDelegate::setAudioResponsive(bool enabled) {
@@ -163,7 +182,6 @@ void AppDelegate::setAudioResponsive(bool enabled) {
         // The wave keeps moving on the fixed level instead of freezing.
         if (playing) visualizerModel_.useFallbackAudio(std::nullopt);
     }
-    refreshMenuState();
 }
 
 void AppDelegate::setAvoidsCoveringWindows(bool enabled) {
@@ -172,7 +190,6 @@ void AppDelegate::setAvoidsCoveringWindows(bool enabled) {
         overlayController_->applyWindowLevel();
         overlayController_->reposition();
     }
-    refreshMenuState();
 }
 
 void AppDelegate::setDisplayMode(OverlayDisplayMode mode) {
@@ -181,19 +198,18 @@ void AppDelegate::setDisplayMode(OverlayDisplayMode mode) {
         overlayController_->applyWindowLevel();
         overlayController_->reposition();
     }
-    refreshMenuState();
 }
 
 void AppDelegate::setPosition(OverlayPosition position) {
     preferences_.setPosition(position);
     if (overlayController_) overlayController_->reposition();
-    refreshMenuState();
 }
 
 void AppDelegate::setColor(WaveColor color) {
     preferences_.setColor(color);
-    refreshMenuState();
 }
+
+void AppDelegate::setRenderer(RendererChoice choice) { preferences_.setRenderer(choice); }
 
 void AppDelegate::setPlayer(MusicPlayer player, bool enabled) {
     preferences_.setPlayer(player, enabled);
@@ -229,11 +245,14 @@ void AppDelegate::retryAudioCapture() {
     stopAudioLevelMonitor();
     audioCaptureRetryAfter_.reset();
     startAudioLevelMonitorIfNeeded();
-    refreshMenuState();
 }
 
 bool AppDelegate::launchAtLoginEnabled() const {
     return environment_.loginItem && environment_.loginItem->isEnabled();
+}
+
+void AppDelegate::loginItemDidChange() {
+    if (statusMenuBinding_) statusMenuBinding_->loginItemChanged();
 }
 
 bool AppDelegate::setLaunchAtLogin(bool enabled) {
@@ -241,7 +260,8 @@ bool AppDelegate::setLaunchAtLogin(bool enabled) {
         const auto error = enabled ? environment_.loginItem->registerItem() : environment_.loginItem->unregisterItem();
         if (error && environment_.alerts) environment_.alerts->showWarning(loginItemAlertMessage, *error);
     }
-    refreshMenuState();
+    // Read once now; otherwise the menu reads it when it opens.
+    if (statusMenuBinding_) statusMenuBinding_->loginItemChanged();
     return launchAtLoginEnabled();
 }
 
@@ -261,10 +281,6 @@ MenuState AppDelegate::menuState() const {
     inputs.audioLevel = visualizerModel_.audioLevel();
     inputs.launchAtLoginEnabled = launchAtLoginEnabled();
     return makeMenuState(inputs, preferences_);
-}
-
-void AppDelegate::refreshMenuState() {
-    if (statusMenu_) statusMenu_->apply(menuState());
 }
 
 // MARK: Menu actions
@@ -339,7 +355,6 @@ void AppDelegate::handlePlaybackSnapshot(const MusicPlaybackSnapshot& snapshot) 
     if (preferences_.audioResponsive() && preferences_.overlayEnabled() && preferences_.autoShow()) {
         startAudioLevelMonitorIfNeeded();
         updateOverlayVisibility();
-        refreshMenuState();
         return;
     }
     stopBranch();
@@ -349,7 +364,6 @@ void AppDelegate::stopBranch() {
     stopAudioLevelMonitor();
     visualizerModel_.pause();
     updateOverlayVisibility();
-    refreshMenuState();
 }
 
 void AppDelegate::updateOverlayVisibility() {
@@ -402,7 +416,6 @@ void AppDelegate::frameDidChange(std::uint64_t run, const AudioVisualizationFram
     // A delivered frame proves capture works.
     audioCaptureRetryAfter_.reset();
     visualizerModel_.updateLiveFrame(frame);
-    refreshMenuState();
 }
 
 void AppDelegate::captureDidFail(std::uint64_t run, AudioCaptureFailureReport failure) {
@@ -423,7 +436,6 @@ void AppDelegate::captureDidFail(std::uint64_t run, AudioCaptureFailureReport fa
     audioCaptureRetryAfter_ = now() + delay;
     scheduleBackOffEnd(delay);
     visualizerModel_.useFallbackAudio(failure);
-    refreshMenuState();
 }
 
 bool AppDelegate::captureWanted() const {
@@ -446,7 +458,6 @@ void AppDelegate::backOffDidEnd(std::uint64_t backOff) {
     if (!captureWanted()) return;
     qCDebug(lcCapture) << "Capture back-off over: trying again";
     startAudioLevelMonitorIfNeeded();
-    refreshMenuState();
 }
 
 void AppDelegate::soundServerDidAppear() {
@@ -457,7 +468,6 @@ void AppDelegate::soundServerDidAppear() {
     if (!captureWanted()) return;
     qCInfo(lcCapture) << "The sound server is back: trying audio capture again";
     startAudioLevelMonitorIfNeeded();
-    refreshMenuState();
 }
 
 }  // namespace lorvane

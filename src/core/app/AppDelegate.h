@@ -15,6 +15,8 @@
 #include "core/OverlayPreferences.h"
 #include "core/VisualizerModel.h"
 #include "core/app/AppServices.h"
+#include "core/app/StatusMenuBinding.h"
+#include "core/app/TrayHost.h"
 
 namespace lorvane {
 
@@ -58,6 +60,7 @@ public:
     void setDisplayMode(OverlayDisplayMode mode);
     void setPosition(OverlayPosition position);
     void setColor(WaveColor color);
+    void setRenderer(RendererChoice choice);
     void setPlayer(MusicPlayer player, bool enabled);
     // Other players: all at once, and one by one by desktop entry.
     void setOtherPlayersEnabled(bool enabled);
@@ -69,7 +72,6 @@ public:
     bool setLaunchAtLogin(bool enabled);
     void openSettingsWindow();
     void openAudioCaptureSettings();
-    void refreshMenuState();
 
     // Menu actions.
     void perform(MenuCommand command, const std::optional<std::string>& representedObject = std::nullopt);
@@ -104,8 +106,13 @@ public:
     const PlaybackStatus& playbackStatus() const { return playbackStatus_; }
     std::optional<PlaybackPlayer> currentMusicPlayer() const { return playbackStatus_.player(); }
     MusicPlaybackState currentPlaybackState() const { return playbackStatus_.state(); }
+    // What the menu would show now, read afresh (the tray itself follows changes as they happen).
     MenuState menuState() const;
     bool launchAtLoginEnabled() const;
+    // The login entry or its program changed on disk, not through the controller.
+    void loginItemDidChange();
+    // Whether the desktop shows tray icons, as the tray found out.
+    TrayHost& trayHost() { return trayHost_; }
 
 private:
     void configureSettingsWindow();
@@ -136,7 +143,10 @@ private:
     std::unique_ptr<AudioLevelMonitoring> audioLevelMonitor_;
     std::optional<double> audioCaptureRetryAfter_;
     PlaybackStatus playbackStatus_;
+    TrayHost trayHost_;
     std::unique_ptr<StatusMenuPresenting> statusMenu_;
+    // After the menu, so it stops observing before the menu goes.
+    std::unique_ptr<StatusMenuBinding> statusMenuBinding_;
     // Numbers each capture attempt, so a dropped monitor can no longer reach the controller.
     std::uint64_t audioCaptureRun_ = 0;
     // Numbers each back-off, so the timer of an earlier one does nothing.

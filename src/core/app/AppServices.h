@@ -18,19 +18,9 @@
 #include "core/app/PlaybackStatus.h"
 #include "core/app/SettingsActions.h"
 #include "core/app/StatusMenuLayout.h"
+#include "core/render/OverlayPresenting.h"
 
 namespace lorvane {
-
-// The overlay band. The controller decides when it is on screen; the overlay decides where.
-class OverlayPresenting {
-public:
-    virtual ~OverlayPresenting() = default;
-    virtual void applyWindowLevel() = 0;
-    virtual void reposition() = 0;
-    // Brings the overlay to the front without activating the application.
-    virtual void orderFrontRegardless() = 0;
-    virtual void orderOut() = 0;
-};
 
 // The settings window, built once and only hidden when closed.
 class SettingsWindowPresenting {
@@ -40,12 +30,20 @@ public:
     virtual void present() = 0;
 };
 
-// The tray icon and its menu. `apply` may be called for every audio frame; implementations touch an
-// item only when its value differs.
+// What the tray reports back: its menu opening and closing (a desktop's tray host says so before it
+// shows the menu), and whether the desktop has a tray host at all.
+struct StatusMenuEvents {
+    std::function<void(bool open)> menuVisibilityChanged;
+    std::function<void(bool available)> trayHostChanged;
+};
+
+// The tray icon and its menu. `apply` is called only when something the menu shows has changed;
+// implementations touch an item only when its value differs.
 class StatusMenuPresenting {
 public:
     virtual ~StatusMenuPresenting() = default;
     virtual void apply(const MenuState& state) = 0;
+    virtual void setEvents(StatusMenuEvents /*events*/) {}
 };
 
 // The login item: the system's registration is the only truth.

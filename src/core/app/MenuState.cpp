@@ -43,6 +43,14 @@ std::string audioStatusMenuTitle(AudioCaptureStatus status, double audioLevel) {
     return "Audio Analysis: " + std::string(captureStatusText(status));
 }
 
+std::string trayToolTip(const std::optional<PlaybackPlayer>& player, MusicPlaybackState state,
+                        AudioCaptureStatus status, std::optional<AudioCaptureReason> reason) {
+    const std::string_view audio = status == AudioCaptureStatus::live ? "Live" : captureStatusText(status);
+    std::string tip = playbackStatusTitle(player, state) + " \u2014 Audio Analysis: " + std::string(audio);
+    if (reason && status != AudioCaptureStatus::live) tip += " (" + std::string(audioCaptureReasonText(*reason)) + ")";
+    return tip;
+}
+
 MenuState makeMenuState(const MenuInputs& inputs, const OverlayPreferences& preferences) {
     MenuState state;
     state.playbackStatusTitle = playbackStatusTitle(inputs.player, inputs.playbackState);
@@ -64,6 +72,7 @@ MenuState makeMenuState(const MenuInputs& inputs, const OverlayPreferences& pref
         state.colorChecked[caseIndex(color)] = color == preferences.color();
     }
     state.launchAtLoginChecked = inputs.launchAtLoginEnabled;
+    state.toolTip = trayToolTip(inputs.player, inputs.playbackState, inputs.captureStatus, inputs.captureFailureReason);
     return state;
 }
 

@@ -30,6 +30,8 @@ struct MenuState {
     bool bottomPositionChecked = false;
     std::array<bool, caseCount<WaveColor>()> colorChecked{};
     bool launchAtLoginChecked = false;
+    // The tray icon's tool tip: what is happening, in one line.
+    std::string toolTip;
 
     friend bool operator==(const MenuState&, const MenuState&) = default;
 };
@@ -41,6 +43,7 @@ struct MenuInputs {
     AudioCaptureStatus captureStatus = AudioCaptureStatus::waiting;
     double audioLevel = 0;
     bool launchAtLoginEnabled = false;
+    std::optional<AudioCaptureReason> captureFailureReason;
 };
 
 MenuState makeMenuState(const MenuInputs& inputs, const OverlayPreferences& preferences);
@@ -49,6 +52,10 @@ MenuState makeMenuState(const MenuInputs& inputs, const OverlayPreferences& pref
 std::string playbackStatusTitle(const std::optional<PlaybackPlayer>& player, MusicPlaybackState state);
 // "Audio Analysis: Live 13%" while live, else "Audio Analysis: " and the status text.
 std::string audioStatusMenuTitle(AudioCaptureStatus status, double audioLevel);
+// "Spotify: Playing — Audio Analysis: Live": the playback line and the audio status, without the level
+// (which would change with every frame); away from live, the capture failure's reason in brackets.
+std::string trayToolTip(const std::optional<PlaybackPlayer>& player, MusicPlaybackState state,
+                        AudioCaptureStatus status, std::optional<AudioCaptureReason> reason = std::nullopt);
 // The status in words: "Waiting for Playback", "Live Audio and Rhythm", "Fixed-Level Fallback", ...
 std::string_view captureStatusText(AudioCaptureStatus status);
 // The level 0...1 as a whole percentage, halves away from zero: 0.125 gives 13. Not-a-number gives 0.

@@ -19,6 +19,8 @@ struct SettingsActions {
     std::function<void(OverlayDisplayMode)> setDisplayMode;
     std::function<void(OverlayPosition)> setPosition;
     std::function<void(WaveColor)> setColor;
+    // The drawing path under General; the overlay follows the preference by itself.
+    std::function<void(RendererChoice)> setRenderer;
     std::function<void(MusicPlayer, bool)> setPlayerEnabled;
     // Other players: the one switch for all, and one player by its desktop entry.
     std::function<void(bool)> setOtherPlayersEnabled;
@@ -27,6 +29,8 @@ struct SettingsActions {
     std::function<void()> openAudioCaptureSettings;
     // Answers the login-item state actually reached.
     std::function<bool(bool)> setLaunchAtLogin;
+    // The login item's state now, read when the window shows.
+    std::function<bool()> isLaunchAtLoginEnabled;
 };
 
 }  // namespace lorvane

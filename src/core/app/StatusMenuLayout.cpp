@@ -6,13 +6,11 @@ namespace lorvane {
 
 namespace {
 
-MenuEntry item(std::string title, std::optional<MenuCommand> command, std::optional<MenuItemKey> key,
-               std::string keyEquivalent = {}) {
+MenuEntry item(std::string title, std::optional<MenuCommand> command, std::optional<MenuItemKey> key) {
     MenuEntry entry;
     entry.title = std::move(title);
     entry.command = command;
     entry.key = key;
-    entry.keyEquivalent = std::move(keyEquivalent);
     return entry;
 }
 
@@ -29,10 +27,9 @@ const SettingContext& initialContext() {
 }
 
 // A toggle or a command, as the table describes it.
-MenuEntry entryFor(SettingKey key, std::string keyEquivalent = {}) {
+MenuEntry entryFor(SettingKey key) {
     const SettingDefinition& definition = setting(key);
-    MenuEntry entry = item(std::string(definition.menuTitle), definition.menuCommand, definition.menuItem,
-                           std::move(keyEquivalent));
+    MenuEntry entry = item(std::string(definition.menuTitle), definition.menuCommand, definition.menuItem);
     if (definition.presentation == SettingPresentation::toggle) entry.toggle = MenuEntry::Toggle::check;
     entry.hidden = !holds(definition.menuShownWhen, initialContext());
     return entry;
@@ -88,10 +85,10 @@ std::vector<MenuEntry> statusMenuLayout() {
     menu.push_back(entryFor(S::openAudioCaptureSettings));
     menu.push_back(separator());
 
-    menu.push_back(entryFor(S::openSettings, ","));
+    menu.push_back(entryFor(S::openSettings));
     menu.push_back(separator());
 
-    menu.push_back(entryFor(S::overlayEnabled, "w"));
+    menu.push_back(entryFor(S::overlayEnabled));
     menu.push_back(entryFor(S::autoShow));
     menu.push_back(entryFor(S::avoidsCoveringWindows));
     menu.push_back(entryFor(S::audioResponsive));
@@ -104,7 +101,7 @@ std::vector<MenuEntry> statusMenuLayout() {
     menu.push_back(entryFor(S::launchAtLogin));
     menu.push_back(separator());
 
-    menu.push_back(entryFor(S::quit, "q"));
+    menu.push_back(entryFor(S::quit));
     return menu;
 }
 

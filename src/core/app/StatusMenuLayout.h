@@ -1,6 +1,6 @@
 #pragma once
-// The tray menu's structure: order, separators, submenus, key shortcuts and initial flags; the
-// entries themselves come from the settings table.
+// The tray menu's structure: order, separators, submenus and initial flags; the entries themselves
+// come from the settings table. No item has a key shortcut: none could fire from a tray menu.
 // The toolkit menu is built from this list, so the structure is checked without a desktop.
 
 #include <optional>
@@ -77,8 +77,6 @@ struct MenuEntry {
     Toggle toggle = Toggle::none;
     std::string title;
     std::optional<MenuCommand> command;
-    // A single character used with the platform's command modifier (Ctrl here); empty means none.
-    std::string keyEquivalent;
     std::optional<MenuItemKey> key;
     // Colour items: the colour; its raw value is the item's represented object.
     std::optional<WaveColor> color;

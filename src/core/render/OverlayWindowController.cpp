@@ -3,26 +3,29 @@
 namespace lorvane {
 
 OverlayWindowController::OverlayWindowController(std::shared_ptr<const OverlayPreferences> preferences,
-                                                 std::unique_ptr<OverlayPanel> panel,
                                                  std::unique_ptr<ScreenEnvironment> screens)
-    : preferences_(std::move(preferences)), panel_(std::move(panel)), screens_(std::move(screens)) {
-    applyWindowLevel();
-    reposition();
-    screenObservation_ = screens_->screenParametersDidChange.connect([this] { screenParametersDidChange(); });
-}
+    : preferences_(std::move(preferences)), screens_(std::move(screens)) {}
 
 OverlayWindowController::~OverlayWindowController() {
-    screens_->screenParametersDidChange.disconnect(screenObservation_);
+    if (screenObservation_) screens_->screenParametersDidChange.disconnect(screenObservation_);
+}
+
+void OverlayWindowController::place() {
+    applyWindowLevel();
+    reposition();
+    if (!screenObservation_) {
+        screenObservation_ = screens_->screenParametersDidChange.connect([this] { screenParametersDidChange(); });
+    }
 }
 
 void OverlayWindowController::applyWindowLevel() {
-    panel_->setLevel(overlayWindowLevel(preferences_->avoidsCoveringWindows(), preferences_->displayMode()));
+    setLevel(overlayWindowLevel(preferences_->avoidsCoveringWindows(), preferences_->displayMode()));
 }
 
 void OverlayWindowController::reposition() {
     const auto screen = targetScreen();
     if (!screen) return;
-    panel_->setFrame(overlayFrame(*screen, preferences_->displayMode(), preferences_->position()));
+    setFrame(overlayFrame(*screen, preferences_->displayMode(), preferences_->position()));
 }
 
 void OverlayWindowController::screenParametersDidChange() {
@@ -37,12 +40,14 @@ std::optional<ScreenInfo> OverlayWindowController::targetScreen() const {
     return all[*index];
 }
 
-void OverlayWindowController::show() {
+void OverlayWindowController::orderFrontRegardless() { orderFrontWithoutActivating(); }
+
+void OverlayWindowController::showOverlay() {
     applyWindowLevel();
     reposition();
-    panel_->orderFrontWithoutActivating();
+    orderFrontRegardless();
 }
 
-void OverlayWindowController::hide() { panel_->orderOut(); }
+void OverlayWindowController::orderOut() { withdraw(); }
 
 }  // namespace lorvane

@@ -1,6 +1,7 @@
 #pragma once
-// Owns the overlay panel and decides its level and frame, on the screen under the pointer. It
-// re-applies both when the screens change; whether the panel is on screen is the caller's decision.
+// The overlay's placement, shared by every platform's overlay window: its level, and its frame on
+// the screen under the pointer, re-applied when the screens change. A platform window derives from
+// it and supplies the four window steps below; whether it is on screen is the caller's decision.
 
 #include <memory>
 #include <optional>
@@ -10,19 +11,9 @@
 #include "core/Signal.h"
 #include "core/render/Geometry.h"
 #include "core/render/OverlayPlacement.h"
+#include "core/render/OverlayPresenting.h"
 
 namespace lorvane {
-
-// The window that carries the wave.
-class OverlayPanel {
-public:
-    virtual ~OverlayPanel() = default;
-    virtual void setLevel(OverlayWindowLevel level) = 0;
-    virtual void setFrame(const RectF& frame) = 0;  // and redraws
-    virtual void orderFrontWithoutActivating() = 0;
-    virtual void orderOut() = 0;
-    virtual bool isVisible() const = 0;
-};
 
 // The screens, in the platform's order, and the pointer.
 class ScreenEnvironment {
@@ -35,32 +26,43 @@ public:
     Signal<> screenParametersDidChange;
 };
 
-class OverlayWindowController {
+class OverlayWindowController : public OverlayPresenting {
 public:
-    // Applies the level and the frame once and starts listening for screen changes.
-    OverlayWindowController(std::shared_ptr<const OverlayPreferences> preferences, std::unique_ptr<OverlayPanel> panel,
+    OverlayWindowController(std::shared_ptr<const OverlayPreferences> preferences,
                             std::unique_ptr<ScreenEnvironment> screens);
-    ~OverlayWindowController();
+    ~OverlayWindowController() override;
     OverlayWindowController(const OverlayWindowController&) = delete;
     OverlayWindowController& operator=(const OverlayWindowController&) = delete;
 
-    void applyWindowLevel();
-    void reposition();
+    // OverlayPresenting.
+    void applyWindowLevel() final;
+    void reposition() final;
+    void orderFrontRegardless() final;
+    void orderOut() final;
+
+    // Showing re-applies level and frame, then brings the window to the front without activating the
+    // application; between shows the window does not follow the pointer.
+    void showOverlay();
+    void hideOverlay() { orderOut(); }
+
     void screenParametersDidChange();
     std::optional<ScreenInfo> targetScreen() const;
-
-    // For the application controller: showing re-applies level and frame, then brings the panel to
-    // the front without activating the application.
-    void show();
-    void hide();
-
-    OverlayPanel& panel() { return *panel_; }
-    const OverlayPanel& panel() const { return *panel_; }
+    const OverlayPreferences& preferences() const { return *preferences_; }
     ScreenEnvironment& screens() { return *screens_; }
+
+protected:
+    // The window's side. setFrame() also redraws.
+    virtual void setLevel(OverlayWindowLevel level) = 0;
+    virtual void setFrame(const RectF& frame) = 0;
+    virtual void orderFrontWithoutActivating() = 0;
+    virtual void withdraw() = 0;
+
+    // For the end of the window's constructor: applies level and frame once and starts following
+    // screen changes (the window steps cannot run before the window exists).
+    void place();
 
 private:
     std::shared_ptr<const OverlayPreferences> preferences_;
-    std::unique_ptr<OverlayPanel> panel_;
     std::unique_ptr<ScreenEnvironment> screens_;
     Signal<>::Id screenObservation_ = 0;
 };

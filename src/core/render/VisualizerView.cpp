@@ -19,9 +19,21 @@ WaveInputs VisualizerView::inputs() const {
             model_->motionRate(),            model_->beatPulse(),         model_->spectrum()};
 }
 
+double VisualizerView::motion() const { return effectiveMotion(inputs()); }
+
+WaveLayout VisualizerView::layout(SizeF size, const WavePhase& phase) const { return layoutWave(inputs(), size, phase); }
+
 WaveLayout VisualizerView::layout(SizeF size, double time) const { return layoutWave(inputs(), size, time); }
 
-void VisualizerView::draw(WaveCanvas& in, SizeF size, double time) const { in.drawWave(layout(size, time)); }
+WaveFrame VisualizerView::frame(SizeF panel, const WavePhase& phase) const {
+    WaveFrame result{panel, body(panel), {}};
+    result.layout = layout(result.composition.waveform.size(), phase);
+    return result;
+}
+
+WaveFrame VisualizerView::frame(SizeF panel, double time) const {
+    return frame(panel, WavePhase::atTime(time, motion()));
+}
 
 WaveComposition VisualizerView::body(SizeF panel) const {
     WaveComposition composition;

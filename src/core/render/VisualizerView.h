@@ -1,6 +1,7 @@
 #pragma once
-// The wave view: what the overlay panel shows, read from the shared preferences and model on every
-// frame. It holds no state of its own; a drawing surface (WaveCanvas) turns each frame into pixels.
+// The wave view: what the overlay panel shows, read from the shared preferences and model. Once per
+// drawn frame it computes the whole frame (composition and layout); a renderer turns that into
+// pixels without asking anything back.
 
 #include <memory>
 
@@ -11,18 +12,18 @@
 
 namespace lorvane {
 
-// Something that can draw one frame of the wave.
-class WaveCanvas {
-public:
-    virtual ~WaveCanvas() = default;
-    virtual void drawWave(const WaveLayout& layout) = 0;
-};
-
 // The view's composition inside the panel, back to front.
 struct WaveComposition {
     bool frostedBackground = false;  // fog only: the blurred desktop behind the panel
     std::optional<RgbaColor> tint;   // fog only: white at 0.045 over the whole panel
     RectF waveform;                  // the canvas, sized by waveSize() and centred in the panel
+};
+
+// Everything one frame of the panel is drawn from.
+struct WaveFrame {
+    SizeF panel;
+    WaveComposition composition;
+    WaveLayout layout;  // for a canvas of composition.waveform's size
 };
 
 class VisualizerView {
@@ -34,10 +35,15 @@ public:
     SizeF waveSize(SizeF available) const;
     double spectrumValue(int at, int barCount) const;
     WaveInputs inputs() const;
+    // The motion the wave's phases advance at.
+    double motion() const;
+    WaveLayout layout(SizeF size, const WavePhase& phase) const;
+    // For a motion held constant since time 0 (pictures and tests).
     WaveLayout layout(SizeF size, double time) const;
-    // Draws one frame of the given canvas size; time in seconds since 1 January 2001 UTC.
-    void draw(WaveCanvas& in, SizeF size, double time) const;
     WaveComposition body(SizeF panel) const;
+    // The whole frame for a panel of `panel` points.
+    WaveFrame frame(SizeF panel, const WavePhase& phase) const;
+    WaveFrame frame(SizeF panel, double time) const;
 
     const OverlayPreferences& preferences() const { return *preferences_; }
     const VisualizerModel& model() const { return *model_; }

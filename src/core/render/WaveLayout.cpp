@@ -62,7 +62,23 @@ double sparkleHash(int index) {
 
 double glowRadius(OverlayDisplayMode mode) { return mode == OverlayDisplayMode::fullscreenFog ? 5.5 : 4.0; }
 
+WavePhase WavePhase::atTime(double time, double motion) {
+    return {time * motion * rippleSpeed, time * motion * shimmerSpeed};
+}
+
+void WavePhase::advance(double seconds, double motion) {
+    const double turn = 2 * std::numbers::pi;
+    ripple = std::remainder(ripple + seconds * motion * rippleSpeed, turn);
+    shimmer = std::remainder(shimmer + seconds * motion * shimmerSpeed, turn);
+}
+
+double effectiveMotion(const WaveInputs& inputs) { return inputs.audioResponsive ? inputs.motionRate : 1.0; }
+
 WaveLayout layoutWave(const WaveInputs& inputs, SizeF canvas, double time) {
+    return layoutWave(inputs, canvas, WavePhase::atTime(time, effectiveMotion(inputs)));
+}
+
+WaveLayout layoutWave(const WaveInputs& inputs, SizeF canvas, const WavePhase& wavePhase) {
     WaveLayout layout;
     layout.canvas = canvas;
     const double width = canvas.width;
@@ -71,9 +87,9 @@ WaveLayout layoutWave(const WaveInputs& inputs, SizeF canvas, double time) {
     layout.barCount = barCount;
 
     layout.level = inputs.audioResponsive ? inputs.audioLevel : 0.48;
-    layout.motion = inputs.audioResponsive ? inputs.motionRate : 1.0;
+    layout.motion = effectiveMotion(inputs);
     layout.pulse = inputs.audioResponsive ? inputs.beatPulse : 0.16;
-    const double level = layout.level, motion = layout.motion, pulse = layout.pulse;
+    const double level = layout.level, pulse = layout.pulse;
 
     layout.spacing = width / barCount;
     const double w = std::clamp(layout.spacing * 0.26, 1.0, 2.2);
@@ -83,8 +99,8 @@ WaveLayout layoutWave(const WaveInputs& inputs, SizeF canvas, double time) {
     layout.firstX = layout.spacing * 0.5;
     layout.midY = height * 0.5;
     layout.maxHalfHeight = height * 0.42;
-    layout.phase = time * motion * 2.15;
-    layout.shimmer = std::sin(time * motion * 1.25) * 0.025;
+    layout.phase = wavePhase.ripple;
+    layout.shimmer = std::sin(wavePhase.shimmer) * 0.025;
     layout.gain = level * 1.02 + 0.14;
     layout.baselineOpacity = level * 0.16 + 0.16;
     layout.dotDiameter = w * (1.1 + 0.7 * pulse);
@@ -103,8 +119,8 @@ WaveLayout layoutWave(const WaveInputs& inputs, SizeF canvas, double time) {
     }
 
     const double pi = std::numbers::pi;
-    // The phase grows with the seconds since 2001 (about 2e9 radians); reduced once here, each bar's
-    // sine gets a small argument instead of paying for an exact reduction of a huge one.
+    // A phase given by a large time (about 2e9 radians for seconds since 2001) is reduced once here,
+    // so each bar's sine gets a small argument instead of paying for an exact reduction of a huge one.
     const double phase = std::remainder(layout.phase, 2 * pi);
     const double barDenominator = static_cast<double>(barCount - 1);
     const double glowDenominator = static_cast<double>(std::max(barCount, 2) - 1);

@@ -13,6 +13,21 @@
 
 namespace lorvane {
 
+// The ripple's and the shimmer's phases in radians. They advance by dt x motion x speed on every
+// drawn frame, so a change of motion changes how fast the ripple travels, never where it is.
+struct WavePhase {
+    static constexpr double rippleSpeed = 2.15;
+    static constexpr double shimmerSpeed = 1.25;
+    double ripple = 0;
+    double shimmer = 0;
+
+    // Where a motion held constant from time 0 has taken both phases after `time` seconds.
+    static WavePhase atTime(double time, double motion);
+    // Moves both phases on by `seconds` at `motion`; only their sines are used, so both are kept
+    // within one turn of zero.
+    void advance(double seconds, double motion);
+};
+
 // What one frame is drawn from.
 struct WaveInputs {
     bool audioResponsive = true;
@@ -61,7 +76,9 @@ struct WaveLayout {
     double firstX = 0;
     double midY = 0;
     double maxHalfHeight = 0;
-    double phase = 0, shimmer = 0, gain = 0;
+    double phase = 0;    // the ripple's phase, radians
+    double shimmer = 0;  // sin(shimmer phase) x 0.025
+    double gain = 0;
     double dotDiameter = 0;
     double sparkleDiameter = 0;
     // Baseline from (0, midY) to (width, midY), round caps. One stop means a plain colour.
@@ -97,6 +114,11 @@ double sparkleHash(int index);
 // Glow blur radius by mode.
 double glowRadius(OverlayDisplayMode mode);
 
+WaveLayout layoutWave(const WaveInputs& inputs, SizeF canvas, const WavePhase& phase);
+// The frame at `time` seconds for a motion that never changed (pictures, tools and tests).
 WaveLayout layoutWave(const WaveInputs& inputs, SizeF canvas, double time);
+
+// The motion the phases advance at: the model's, or 1 with audio response off.
+double effectiveMotion(const WaveInputs& inputs);
 
 }  // namespace lorvane

@@ -19,13 +19,19 @@ constexpr int frameIntervalMs = 33;  // at most 30 frames a second
 
 LayerShellOverlayWindow::LayerShellOverlayWindow(std::shared_ptr<const OverlayPreferences> preferences,
                                                  std::shared_ptr<const VisualizerModel> model, const Clock& clock,
-                                                 std::unique_ptr<LayerShellConnection> connection)
-    : preferences_(preferences), view_(std::move(preferences), std::move(model)), clock_(clock),
+                                                 std::unique_ptr<LayerShellConnection> connection,
+                                                 std::unique_ptr<ScreenEnvironment> screens)
+    : OverlayWindowController(preferences, std::move(screens)),
+      preferences_(preferences),
+      view_(std::move(preferences), std::move(model)),
+      clock_(clock),
+      animation_(clock),
       connection_(std::move(connection)) {
     pacing_.setSingleShot(true);
     QObject::connect(&pacing_, &QTimer::timeout, [this] { draw(); });
     offscreen_.setFormat(waveSurfaceFormat());
     offscreen_.create();
+    place();
 }
 
 LayerShellOverlayWindow::~LayerShellOverlayWindow() {
@@ -56,8 +62,9 @@ void LayerShellOverlayWindow::orderFrontWithoutActivating() {
     createSurface();
 }
 
-void LayerShellOverlayWindow::orderOut() {
+void LayerShellOverlayWindow::withdraw() {
     shown_ = false;
+    animation_.pause();
     pacing_.stop();
     destroySurface();
 }
@@ -169,7 +176,7 @@ void LayerShellOverlayWindow::draw() {
     const SizeF panel{double(size_.width()), double(size_.height())};
     // Surface-local size is in the output's logical pixels; buffers are drawn at scale 1.
     const WaveTarget target{0, size_, 1.0};
-    paintVisualizer(renderer_, view_, target, panel, clock_.now(), transparentBackground);
+    paintFrame(renderer_, view_.frame(panel, animation_.advance(view_.motion())), target, transparentBackground);
     surface_->requestFrame();
     sinceLastFrame_.start();
     eglSwapBuffers(eglDisplay_, eglSurface_);

@@ -21,6 +21,7 @@
 #include "core/Clock.h"
 #include "core/render/OverlayWindowController.h"
 #include "core/render/VisualizerView.h"
+#include "core/render/WaveAnimation.h"
 #include "platform/wayland/LayerShellSurface.h"
 #include "ui/WaveGlRenderer.h"
 
@@ -30,21 +31,24 @@ struct wl_egl_window;
 
 namespace lorvane {
 
-class LayerShellOverlayWindow final : public OverlayPanel {
+class LayerShellOverlayWindow final : public OverlayWindowController {
 public:
+    // `clock` is a steady clock that drives the wave's animation.
     LayerShellOverlayWindow(std::shared_ptr<const OverlayPreferences> preferences,
                             std::shared_ptr<const VisualizerModel> model, const Clock& clock,
-                            std::unique_ptr<LayerShellConnection> connection);
+                            std::unique_ptr<LayerShellConnection> connection,
+                            std::unique_ptr<ScreenEnvironment> screens);
     ~LayerShellOverlayWindow() override;
 
-    // OverlayPanel
+    bool isVisible() const { return shown_; }
+    long long framesDrawn() const { return framesDrawn_; }
+
+protected:
+    // OverlayWindowController
     void setLevel(OverlayWindowLevel level) override;
     void setFrame(const RectF& frame) override;
     void orderFrontWithoutActivating() override;
-    void orderOut() override;
-    bool isVisible() const override { return shown_; }
-
-    long long framesDrawn() const { return framesDrawn_; }
+    void withdraw() override;
 
 private:
     LayerSurfacePlacement placement() const;
@@ -61,6 +65,7 @@ private:
     std::shared_ptr<const OverlayPreferences> preferences_;
     VisualizerView view_;
     const Clock& clock_;
+    WaveAnimation animation_;
     std::unique_ptr<LayerShellConnection> connection_;
     std::unique_ptr<LayerShellSurface> surface_;
     std::unique_ptr<QOpenGLContext> context_;

@@ -14,14 +14,26 @@ std::unique_ptr<OverlayWindowController> makeOverlayController(OverlayPath path,
                                                                 const Clock& clock) {
     if (path == OverlayPath::layerShell) {
         if (auto connection = LayerShellConnection::connect(qtWaylandDisplay())) {
-            auto window = std::make_unique<LayerShellOverlayWindow>(preferences, std::move(model), clock,
-                                                                    std::move(connection));
-            return std::make_unique<OverlayWindowController>(std::move(preferences), std::move(window),
+            return std::make_unique<LayerShellOverlayWindow>(std::move(preferences), std::move(model), clock,
+                                                             std::move(connection),
                                                              std::make_unique<QtScreenEnvironment>());
         }
         qCWarning(lcOverlay, "The layer-shell overlay cannot be set up; using an ordinary window");
     }
     return makeOverlayWindowController(std::move(preferences), std::move(model), clock);
+}
+
+namespace {
+// Shared pointers that do not own.
+template <typename T>
+std::shared_ptr<T> borrowed(T& object) {
+    return std::shared_ptr<T>(&object, [](T*) {});
+}
+}  // namespace
+
+std::unique_ptr<OverlayPresenting> makeOverlayController(OverlayPath path, OverlayPreferences& preferences,
+                                                         VisualizerModel& model, const Clock& clock) {
+    return makeOverlayController(path, borrowed(preferences), borrowed(model), clock);
 }
 
 }  // namespace lorvane

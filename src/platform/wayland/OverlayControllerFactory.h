@@ -18,4 +18,9 @@ std::unique_ptr<OverlayWindowController> makeOverlayController(OverlayPath path,
                                                                 std::shared_ptr<VisualizerModel> model,
                                                                 const Clock& clock);
 
+// The same for the application controller, whose preferences and model outlive the overlay. `clock`
+// is a steady clock (the wave's animation).
+std::unique_ptr<OverlayPresenting> makeOverlayController(OverlayPath path, OverlayPreferences& preferences,
+                                                         VisualizerModel& model, const Clock& clock);
+
 }  // namespace lorvane

@@ -166,6 +166,7 @@ SettingsView::SettingsView(OverlayPreferences& preferences, VisualizerModel& vis
 
     for (PreferenceKey key : allCases<PreferenceKey>()) showPreference(key);
     refreshAudioRow();
+    showCaptureFailureReason();
     // Each announcement names what changed; only the widgets showing it are touched.
     preferencesObserver_ = preferences_.changed.connect([this](PreferenceKey key) { showPreference(key); });
     modelObserver_ = visualizerModel_.changed.connect([this](VisualizerModelKey key) {
@@ -176,6 +177,9 @@ SettingsView::SettingsView(OverlayPreferences& preferences, VisualizerModel& vis
                 break;
             case VisualizerModelKey::audioLevel:
                 refreshAudioRow();
+                break;
+            case VisualizerModelKey::captureFailureReason:
+                showCaptureFailureReason();
                 break;
             default:
                 break;  // the preview reads the rest on its own frames
@@ -488,10 +492,17 @@ void SettingsView::showLicense() {
 
 void SettingsView::setCaptureFailureReason(const QString& reason) { setNotice(captureFailure_, reason); }
 
+void SettingsView::showCaptureFailureReason() {
+    const std::optional<AudioCaptureReason> reason = visualizerModel_.captureFailureReason();
+    setCaptureFailureReason(reason ? qText(audioCaptureReasonText(*reason)) : QString());
+}
+
 void SettingsView::setTrayHostPresent(bool present) {
     setNotice(noTrayHost_, present ? QString()
-                                   : QStringLiteral("No tray is available on this desktop, so Lorvane has no menu "
-                                                    "there; quit it from here."));
+                                   : QStringLiteral("This desktop shows no tray icons, so Lorvane has no menu there. "
+                                                    "Closing this window leaves Lorvane running: "
+                                                    "\u201Clorvane --show-settings\u201D or starting Lorvane again "
+                                                    "brings it back."));
     quitButton_->setVisible(!present);
 }
 
@@ -539,6 +550,13 @@ void SettingsView::showEvent(QShowEvent* event) {
     QWidget::showEvent(event);
     // The audio row is left alone while the window is hidden; catch up now.
     refreshAudioRow();
+    // The login entry may have been changed by hand while the window was away.
+    if (actions_.isLaunchAtLoginEnabled) showLaunchAtLogin(actions_.isLaunchAtLoginEnabled());
+}
+
+void SettingsView::showLaunchAtLogin(bool enabled) {
+    launchAtLoginEnabled_ = enabled;
+    if (launchAtLogin_->isChecked() != enabled) launchAtLogin_->setChecked(enabled);
 }
 
 // MARK: Refresh

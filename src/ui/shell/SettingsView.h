@@ -66,6 +66,8 @@ public:
     void setTrayHostPresent(bool present);
     void setAutostartWarning(const QString& warning);
     void setSettingsNotSavedNotice(const QString& notice);
+    // The login item's real state, when it changed outside this window.
+    void showLaunchAtLogin(bool enabled);
     // The place under "Monitored Players" for the section about players beyond the known four.
     QVBoxLayout* otherPlayersSlot() const { return otherPlayersSlot_; }
     // "Quit Lorvane" calls this (the application's quit by default).
@@ -76,6 +78,8 @@ protected:
     void showEvent(QShowEvent* event) override;
 
 private:
+    // The model's reason for the last capture failure, in plain words, beside the audio status.
+    void showCaptureFailureReason();
     QWidget* makeDisplayTab();
     QWidget* makePlayersTab();
     QWidget* makeAudioTab();

@@ -5,6 +5,8 @@
 #include <xcb/xcb.h>
 
 #include <QCoreApplication>
+#include <QDBusConnectionInterface>
+#include <QDBusReply>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QThread>
@@ -136,15 +138,41 @@ AppDesktop::AppDesktop(Options options) : options_(options) {
         return;
     }
     tray_ = std::make_unique<TrayClient>(connection_);
-    // The watcher must be on the bus before the program starts, or Qt will not export its tray.
-    if (!watcher_.start(QStringLiteral(LORVANE_TEST_SNI_WATCHER), {}, environment()) ||
-        !watcher_.waitForLine(QStringLiteral("ready"), std::chrono::seconds(15))) {
-        error_ = "StatusNotifier watcher did not start: " + watcher_.output().toStdString();
+    if (options.trayWatcher && !startTrayWatcher()) {
+        error_ = "StatusNotifier watcher did not start: " + watcher_->output().toStdString();
     }
 }
 
+bool AppDesktop::startTrayWatcher() {
+    watcher_ = std::make_unique<ChildProcess>();
+    return watcher_->start(QStringLiteral(LORVANE_TEST_SNI_WATCHER), {}, environment()) &&
+           watcher_->waitForLine(QStringLiteral("ready"), std::chrono::seconds(15));
+}
+
+void AppDesktop::stopTrayWatcher() {
+    if (watcher_) watcher_->terminate(std::chrono::seconds(5));
+    // Gone from the bus as well, not only ended.
+    waitFor([&] {
+        const QDBusReply<bool> owned =
+            connection_.interface()->isServiceRegistered(QStringLiteral("org.kde.StatusNotifierWatcher"));
+        return owned.isValid() && !owned.value();
+    }, std::chrono::seconds(10));
+}
+
+std::optional<QString> AppDesktop::uniqueNameOf(qint64 pid) const {
+    if (!connection_.isConnected() || pid <= 0) return std::nullopt;
+    const QDBusReply<QStringList> names = connection_.interface()->registeredServiceNames();
+    if (!names.isValid()) return std::nullopt;
+    for (const QString& name : names.value()) {
+        if (!name.startsWith(QLatin1Char(':'))) continue;
+        const QDBusReply<uint> owner = connection_.interface()->servicePid(name);
+        if (owner.isValid() && static_cast<qint64>(owner.value()) == pid) return name;
+    }
+    return std::nullopt;
+}
+
 AppDesktop::~AppDesktop() {
-    watcher_.terminate(std::chrono::seconds(5));
+    if (watcher_) watcher_->terminate(std::chrono::seconds(5));
     if (connection_.isConnected()) QDBusConnection::disconnectFromBus(connection_.name());
 }
 

@@ -61,6 +61,7 @@ class AppDesktop {
 public:
     struct Options {
         bool sound = true;  // a private PulseAudio server
+        bool trayWatcher = true;  // a StatusNotifier watcher from the start
         int width = 1920;
         int height = 1080;
     };
@@ -85,6 +86,13 @@ public:
     QString home() const { return home_.path(); }
     // Lorvane's settings file in the private home.
     QString settingsFile() const;
+
+    // The StatusNotifier watcher (the desktop's tray host), started and stopped as a panel would be.
+    bool startTrayWatcher();
+    void stopTrayWatcher();
+    bool trayWatcherRunning() const { return watcher_ && watcher_->running(); }
+    // The unique bus name of the connection a process holds, or nothing.
+    std::optional<QString> uniqueNameOf(qint64 pid) const;
 
     // Starts Lorvane; answers false when it did not start.
     bool launch(ChildProcess& process) const;
@@ -117,7 +125,7 @@ private:
     QDBusConnection connection_{QString()};
     std::unique_ptr<TrayClient> tray_;
     QTemporaryDir home_;
-    ChildProcess watcher_;
+    std::unique_ptr<ChildProcess> watcher_;
 };
 
 }  // namespace lorvane::test

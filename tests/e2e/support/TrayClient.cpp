@@ -127,14 +127,18 @@ std::optional<MenuNode> TrayClient::layout() const {
     return readNode(reply.arguments().at(1).value<QDBusArgument>());
 }
 
-bool TrayClient::click(int id) const {
+bool TrayClient::event(int id, const QString& eventId) const {
     const auto service = itemService();
     const QString path = menuPath();
     if (!service || path.isEmpty()) return false;
     QDBusMessage call = QDBusMessage::createMethodCall(*service, path, menuInterface, QStringLiteral("Event"));
-    call << id << QStringLiteral("clicked") << QVariant::fromValue(QDBusVariant(0)) << 0u;
+    call << id << eventId << QVariant::fromValue(QDBusVariant(0)) << 0u;
     return bus_.call(call, QDBus::Block, callBound).type() == QDBusMessage::ReplyMessage;
 }
+
+bool TrayClient::click(int id) const { return event(id, QStringLiteral("clicked")); }
+
+bool TrayClient::closed(int id) const { return event(id, QStringLiteral("closed")); }
 
 void TrayClient::aboutToShow(int id) const {
     const auto service = itemService();

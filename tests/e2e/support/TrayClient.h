@@ -46,11 +46,15 @@ public:
     std::optional<MenuNode> layout() const;
     // Sends a click to an item, as a tray host does when the user chooses it.
     bool click(int id) const;
-    // Asks the host-side "about to show" of a submenu (some toolkits fill menus lazily).
+    // Asks the host-side "about to show" of a submenu (some toolkits fill menus lazily); 0 is the
+    // whole menu, as a tray host sends before it shows it.
     void aboutToShow(int id) const;
+    // Tells the item that the host closed a menu (dbusmenu's "closed" event).
+    bool closed(int id) const;
 
 private:
     QString menuPath() const;
+    bool event(int id, const QString& eventId) const;
     QDBusConnection bus_;
 };
 

@@ -1,4 +1,4 @@
-#include "ui/X11WindowProperties.h"
+#include "platform/x11/X11Desktop.h"
 
 #include <xcb/shape.h>
 #include <xcb/xcb.h>
@@ -116,6 +116,33 @@ void waitUntilWithdrawn(QWindow& window, std::chrono::milliseconds timeout) {
     }
 }
 
+void putOnAllDesktops(QWindow* window) {
+    xcb_connection_t* c = window ? connection() : nullptr;
+    if (!c) return;
+    const auto id = static_cast<xcb_window_t>(window->winId());
+    const xcb_atom_t desktop = atom(c, "_NET_WM_DESKTOP");
+    if (desktop == XCB_ATOM_NONE) return;
+    constexpr uint32_t allDesktops = 0xFFFFFFFF;
+
+    // Read by the window manager when the window is mapped...
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, id, desktop, XCB_ATOM_CARDINAL, 32, 1, &allDesktops);
+
+    // ...and, for a window already mapped, asked for through the root window.
+    const xcb_window_t root = rootOf(c, id);
+    if (root != XCB_WINDOW_NONE && window->isVisible()) {
+        xcb_client_message_event_t event{};
+        event.response_type = XCB_CLIENT_MESSAGE;
+        event.format = 32;
+        event.window = id;
+        event.type = desktop;
+        event.data.data32[0] = allDesktops;
+        event.data.data32[1] = 2;  // a request from a pager or user action, which window managers honour
+        xcb_send_event(c, 0, root, XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
+                       reinterpret_cast<const char*>(&event));
+    }
+    xcb_flush(c);
+}
+
 void setBlurBehind(QWindow& window, bool enabled) {
     xcb_connection_t* c = connection();
     if (!c) return;
@@ -130,10 +157,10 @@ void setBlurBehind(QWindow& window, bool enabled) {
     xcb_flush(c);
 }
 
-bool compositingManagerRunning() {
+namespace {
+bool selectionOwned(const std::string& name) {
     xcb_connection_t* c = connection();
     if (!c) return false;
-    const std::string name = "_NET_WM_CM_S" + std::to_string(screenNumber());
     xcb_get_selection_owner_reply_t* reply =
         xcb_get_selection_owner_reply(c, xcb_get_selection_owner(c, atom(c, name.c_str())), nullptr);
     if (!reply) return false;
@@ -141,6 +168,11 @@ bool compositingManagerRunning() {
     std::free(reply);
     return owned;
 }
+}  // namespace
+
+bool compositingManagerRunning() { return selectionOwned("_NET_WM_CM_S" + std::to_string(screenNumber())); }
+
+bool xembedTrayRunning() { return selectionOwned("_NET_SYSTEM_TRAY_S" + std::to_string(screenNumber())); }
 
 }  // namespace lorvane::x11
 

@@ -1,8 +1,9 @@
 #pragma once
-// What the overlay asks of an X11 window manager, written straight to the window's properties:
-// stacking layer, all desktops, no taskbar or pager entry, an empty input shape, KWin's blur behind
-// the window, and whether a compositing manager blends translucent windows at all.
-// Every function does nothing (or answers false) when the platform is not X11.
+// What the program asks of an X11 desktop that Qt has no API for, written straight to window
+// properties: for the overlay its stacking layer, all desktops, no taskbar or pager entry, an empty
+// input shape and KWin's blur behind it; for any window, a place on every desktop; and what the
+// desktop tells: a compositing manager, the work area.
+// Shared by the overlay and the shell. Every function does nothing (or answers false) outside X11.
 
 #include <QRect>
 #include <chrono>
@@ -29,11 +30,17 @@ void clearInputShape(QWindow& window);
 // properties written next are read at the next mapping instead of being erased with the old ones.
 void waitUntilWithdrawn(QWindow& window, std::chrono::milliseconds timeout);
 
+// Shows the window on every virtual desktop (_NET_WM_DESKTOP = 0xFFFFFFFF), before and after mapping.
+void putOnAllDesktops(QWindow* window);
+
 // KWin's blur of what lies behind the window (the whole window), or none.
 void setBlurBehind(QWindow& window, bool enabled);
 
 // True when a compositing manager owns the screen's _NET_WM_CM selection.
 bool compositingManagerRunning();
+
+// True when an X11 tray (the older XEmbed protocol) owns the screen's _NET_SYSTEM_TRAY selection.
+bool xembedTrayRunning();
 
 // The window manager's work area on the current desktop (the screen minus the space panels reserve),
 // in the root window's pixels; nothing without a window manager that publishes one.

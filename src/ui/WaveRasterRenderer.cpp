@@ -1,0 +1,509 @@
+#include "ui/WaveRasterRenderer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace lorvane {
+
+namespace {
+
+// The GL path's coverage rule: a pixel's share of a band of `width` whose edge lies `distance` away.
+inline float coverage(float distance, float width) { return std::clamp(std::min(0.5f - distance, width), 0.0f, 1.0f); }
+
+inline int toByte(float unit) { return static_cast<int>(unit * 255.0f + 0.5f); }
+
+inline std::uint32_t pack(int alpha, int red, int green, int blue) {
+    return (static_cast<std::uint32_t>(alpha) << 24) | (static_cast<std::uint32_t>(red) << 16) |
+           (static_cast<std::uint32_t>(green) << 8) | static_cast<std::uint32_t>(blue);
+}
+
+// A straight colour on the 0...255 scale, rounded to bytes as the GL path uploads it.
+struct Colour {
+    float red = 0, green = 0, blue = 0;
+};
+
+Colour bytes(const RgbaColor& c) {
+    auto byte = [](double v) { return static_cast<float>(std::lround(std::clamp(v, 0.0, 1.0) * 255.0)); };
+    return {byte(c.red), byte(c.green), byte(c.blue)};
+}
+
+// Source-over of `colour` at `alpha` onto a premultiplied pixel.
+inline void blend(std::uint32_t& pixel, const Colour& colour, float alpha) {
+    const float keep = 1.0f - alpha;
+    const float a = alpha * 255.0f + static_cast<float>(pixel >> 24) * keep;
+    const float r = colour.red * alpha + static_cast<float>((pixel >> 16) & 0xFF) * keep;
+    const float g = colour.green * alpha + static_cast<float>((pixel >> 8) & 0xFF) * keep;
+    const float b = colour.blue * alpha + static_cast<float>(pixel & 0xFF) * keep;
+    pixel = pack(static_cast<int>(a + 0.5f), static_cast<int>(r + 0.5f), static_cast<int>(g + 0.5f),
+                 static_cast<int>(b + 0.5f));
+}
+
+// The glow targets of the GL path hold bytes.
+inline float quantize(float unit) { return std::round(unit * 255.0f) * (1.0f / 255.0f); }
+
+// Pixels whose centres lie in [from, to).
+inline std::pair<int, int> centresWithin(double from, double to) {
+    return {static_cast<int>(std::ceil(from - 0.5)), static_cast<int>(std::ceil(to - 0.5))};
+}
+
+// The stroke of a dash chain at `along` pixels from its upper end and `across` pixels from its centre
+// line; `lastDash` bounds the dash index (a chain clipped to its length), or is negative for none.
+inline float dashCoverage(float across, float along, float width, float on, float period, float pathLength,
+                          float lastDash) {
+    float j = std::max(std::floor((along + 0.5f * (period - on)) / period), 0.0f);
+    if (lastDash >= 0) j = std::min(j, lastDash);
+    const float start = j * period;
+    const float end = lastDash >= 0 ? std::min(start + on, pathLength) : start + on;
+    const float outside = std::max(std::max(start - along, along - end), 0.0f);
+    return coverage(std::sqrt(across * across + outside * outside) - 0.5f * width, width);
+}
+
+struct Blur {
+    int radius = 0;
+    std::vector<float> weights;  // weights[0] is the centre, then one per distance
+};
+
+Blur gaussian(double sigma) {
+    Blur blur;
+    blur.radius = std::max(1, static_cast<int>(std::ceil(sigma * 3)));
+    double total = 0;
+    for (int i = 0; i <= blur.radius; ++i) {
+        const double w = std::exp(-(i * i) / (2 * sigma * sigma));
+        blur.weights.push_back(static_cast<float>(w));
+        total += i == 0 ? w : 2 * w;
+    }
+    for (float& w : blur.weights) w = static_cast<float>(w / total);
+    return blur;
+}
+
+}  // namespace
+
+RgbaColor WaveRasterRenderer::panelFill(const WaveFrame& frame, const RgbaColor& background) {
+    if (!frame.composition.tint) return background;
+    const RgbaColor& tint = *frame.composition.tint;
+    const RgbaColor over{tint.red * tint.alpha, tint.green * tint.alpha, tint.blue * tint.alpha, tint.alpha};
+    const double keep = 1 - over.alpha;
+    return {over.red + background.red * keep, over.green + background.green * keep,
+            over.blue + background.blue * keep, over.alpha + background.alpha * keep};
+}
+
+QRect WaveRasterRenderer::canvasPixels(const WaveFrame& frame, double ratio) {
+    const RectF& canvas = frame.composition.waveform;
+    const int left = static_cast<int>(std::floor(canvas.left() * ratio));
+    const int top = static_cast<int>(std::floor(canvas.top() * ratio));
+    const int right = static_cast<int>(std::ceil(canvas.right() * ratio));
+    const int bottom = static_cast<int>(std::ceil(canvas.bottom() * ratio));
+    return QRect(left, top, right - left, bottom - top);
+}
+
+QImage WaveRasterRenderer::render(const WaveFrame& frame, double ratio, const RgbaColor& background) {
+    QImage image(static_cast<int>(std::lround(frame.panel.width * ratio)),
+                 static_cast<int>(std::lround(frame.panel.height * ratio)), QImage::Format_ARGB32_Premultiplied);
+    image.setDevicePixelRatio(ratio);
+    const RgbaColor fill = panelFill(frame, background);
+    image.fill(QColor::fromRgbF(static_cast<float>(fill.alpha > 0 ? fill.red / fill.alpha : 0),
+                                static_cast<float>(fill.alpha > 0 ? fill.green / fill.alpha : 0),
+                                static_cast<float>(fill.alpha > 0 ? fill.blue / fill.alpha : 0),
+                                static_cast<float>(fill.alpha)));
+    // Exact bytes, as the GL path clears them.
+    const std::uint32_t packed =
+        pack(toByte(static_cast<float>(fill.alpha)), toByte(static_cast<float>(fill.red)),
+             toByte(static_cast<float>(fill.green)), toByte(static_cast<float>(fill.blue)));
+    for (int y = 0; y < image.height(); ++y) {
+        auto* row = reinterpret_cast<std::uint32_t*>(image.scanLine(y));
+        std::fill(row, row + image.width(), packed);
+    }
+    drawCanvas(frame, image, background);
+    return image;
+}
+
+QRect WaveRasterRenderer::wavePixels(const WaveFrame& frame, double ratio) {
+    const WaveLayout& layout = frame.layout;
+    double extent = 0;
+    for (const WaveBar& bar : layout.bars) {
+        extent = std::max(extent, bar.halfHeight + layout.barWidth / 2 + layout.dotDiameter / 2);
+        if (bar.sparkleReach) extent = std::max(extent, *bar.sparkleReach + layout.sparkleDiameter / 2);
+    }
+    // The glow reaches its stroke's half width plus three standard deviations of the blur beyond.
+    extent += layout.glowLineWidth / 2 + 3 * layout.glowRadius + 2;
+    const RectF& canvas = frame.composition.waveform;
+    const double mid = canvas.y + layout.midY;
+    const int top = static_cast<int>(std::floor((mid - extent) * ratio)) - 2;
+    const int bottom = static_cast<int>(std::ceil((mid + extent) * ratio)) + 2;
+    const QRect all = canvasPixels(frame, ratio);
+    return QRect(all.left(), top, all.width(), bottom - top).intersected(all);
+}
+
+QRect WaveRasterRenderer::drawCanvas(const WaveFrame& frame, QImage& image, const RgbaColor& background,
+                                     const QRect& limit) {
+    const double scale = image.devicePixelRatio();
+    QRect clip = canvasPixels(frame, scale).intersected(image.rect());
+    if (!limit.isNull()) clip = clip.intersected(limit);
+    if (clip.isEmpty()) return {};
+    const RgbaColor fill = panelFill(frame, background);
+    const std::uint32_t packed =
+        pack(toByte(static_cast<float>(fill.alpha)), toByte(static_cast<float>(fill.red)),
+             toByte(static_cast<float>(fill.green)), toByte(static_cast<float>(fill.blue)));
+    for (int y = clip.top(); y <= clip.bottom(); ++y) {
+        auto* row = reinterpret_cast<std::uint32_t*>(image.scanLine(y));
+        std::fill(row + clip.left(), row + clip.right() + 1, packed);
+    }
+    if (frame.layout.bars.empty()) return clip;
+    // The GL path's order: baseline, the blurred glow over it, then the bars.
+    drawBaseline(frame, image, clip, scale);
+    drawGlow(frame, image, clip, scale);
+    drawBars(frame, image, clip, scale);
+    return clip;
+}
+
+void WaveRasterRenderer::drawBaseline(const WaveFrame& frame, QImage& image, const QRect& clip, double scale) {
+    const WaveLayout& layout = frame.layout;
+    const RectF& canvas = frame.composition.waveform;
+    const float lineWidth = static_cast<float>(layout.baselineWidth * scale);
+    const float x0 = static_cast<float>(canvas.x * scale);
+    const float y = static_cast<float>((canvas.y + layout.midY) * scale);
+    const float length = static_cast<float>(layout.canvas.width * scale);
+    const float pad = lineWidth * 0.5f + 1.5f;
+    const int stopCount = static_cast<int>(std::min<std::size_t>(layout.baselineStops.size(), 4));
+    if (stopCount == 0) return;
+    auto [left, right] = centresWithin(x0 - pad, x0 + length + pad);
+    auto [top, bottom] = centresWithin(y - pad, y + pad);
+    left = std::max(left, clip.left());
+    right = std::min(right, clip.right() + 1);
+    top = std::max(top, clip.top());
+    bottom = std::min(bottom, clip.bottom() + 1);
+    for (int py = top; py < bottom; ++py) {
+        auto* row = reinterpret_cast<std::uint32_t*>(image.scanLine(py));
+        const float dy = static_cast<float>(py) + 0.5f - y;
+        for (int px = left; px < right; ++px) {
+            const float dx = static_cast<float>(px) + 0.5f - x0;
+            const float outside = std::max(std::max(-dx, dx - length), 0.0f);
+            float a = coverage(std::sqrt(outside * outside + dy * dy) - 0.5f * lineWidth, lineWidth);
+            if (a <= 0) continue;
+            RgbaColor c = layout.baselineStops[0].color;
+            if (stopCount > 1) {
+                const double position = std::clamp(dx / length, 0.0f, 1.0f) * (stopCount - 1);
+                const int lower = std::min(static_cast<int>(std::floor(position)), stopCount - 2);
+                c = layout.baselineStops[static_cast<std::size_t>(lower)].color.blended(
+                    position - lower, layout.baselineStops[static_cast<std::size_t>(lower + 1)].color);
+            }
+            a *= static_cast<float>(c.alpha);
+            const Colour colour{static_cast<float>(c.red * 255), static_cast<float>(c.green * 255),
+                                static_cast<float>(c.blue * 255)};
+            blend(row[px], colour, a);
+        }
+    }
+}
+
+void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const QRect& clip, double scale) {
+    const WaveLayout& layout = frame.layout;
+    const RectF& canvas = frame.composition.waveform;
+    const double sigma = layout.glowRadius * scale;
+    // The GL path's grid: a quarter of the resolution for blurs of 5 pixels or more (fog, and every
+    // 2x screen), half for the compact band's 4 at 1x, where a quarter would show the coarser grid.
+    glowScale_ = sigma >= 5 ? 0.25 : sigma >= 3 ? 0.5 : 1.0;
+    const double toGlow = scale * glowScale_;
+    const Blur blur = gaussian(sigma * glowScale_);
+    const int margin = blur.radius + 2;
+    const int innerWidth = static_cast<int>(std::ceil(canvas.width * toGlow));
+    const int innerHeight = static_cast<int>(std::ceil(canvas.height * toGlow));
+    const int width = innerWidth + 2 * margin;
+    const int height = innerHeight + 2 * margin;
+    const std::size_t size = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4;
+    if (glow_.size() != size) {
+        glow_.assign(size, 0.0f);
+        glowScratch_.assign(size, 0.0f);
+    }
+
+    // Only the rows the glow can reach this frame: the strokes' rows, widened by the kernel.
+    double extent = 0;
+    for (const WaveBar& bar : layout.bars) extent = std::max(extent, bar.halfHeight);
+    extent += layout.glowLineWidth / 2;
+    const int top = static_cast<int>(std::floor(margin + std::max(layout.midY - extent, 0.0) * toGlow)) - 1;
+    const int bottom =
+        static_cast<int>(std::ceil(margin + std::min(layout.midY + extent, canvas.height) * toGlow)) + 1;
+    const int radius = blur.radius;
+    auto rows = [height](int first, int last) { return std::pair{std::clamp(first, 0, height), std::clamp(last, 0, height)}; };
+    const auto [bandTop, bandBottom] = rows(top - radius - 1, bottom + radius + 1);
+    const auto [readTop, readBottom] = rows(top - 2 * radius - 2, bottom + 2 * radius + 2);
+    auto at = [width](std::vector<float>& buffer, int x, int y) {
+        return buffer.data() + (static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x)) * 4;
+    };
+    std::fill(at(glow_, 0, readTop), at(glow_, 0, readBottom), 0.0f);
+
+    // The strokes: solid round-capped segments, clipped to the canvas.
+    const float strokeWidth = static_cast<float>(layout.glowLineWidth * toGlow);
+    const float quadHalfWidth = static_cast<float>(layout.glowLineWidth * 0.5 * toGlow + 1.5);
+    const float sparkleRadius = static_cast<float>(layout.sparkleDiameter * 0.5);
+    const float midY = static_cast<float>(margin + layout.midY * toGlow);
+    for (const WaveBar& bar : layout.bars) {
+        const float x = static_cast<float>(margin + bar.x * toGlow);
+        const float h = static_cast<float>(bar.halfHeight * toGlow);
+        const double reach = bar.sparkleReach ? *bar.sparkleReach + sparkleRadius : 0.0;
+        const float quadHalfHeight =
+            static_cast<float>(std::max(bar.halfHeight + layout.glowLineWidth * 0.5, reach) * toGlow + 1.5);
+        auto [left, right] = centresWithin(x - quadHalfWidth, x + quadHalfWidth);
+        auto [first, last] = centresWithin(midY - quadHalfHeight, midY + quadHalfHeight);
+        left = std::max(left, margin);
+        right = std::min(right, margin + innerWidth);
+        first = std::max(first, margin);
+        last = std::min(last, margin + innerHeight);
+        const float opacity = static_cast<float>(WaveOpacity::glow * bar.intensity);
+        const Colour colour = bytes(bar.glowColor);
+        for (int py = first; py < last; ++py) {
+            const float dy = static_cast<float>(py) + 0.5f - midY;
+            const float outside = std::max(std::fabs(dy) - h, 0.0f);
+            for (int px = left; px < right; ++px) {
+                const float dx = static_cast<float>(px) + 0.5f - x;
+                const float a =
+                    opacity * coverage(std::sqrt(dx * dx + outside * outside) - 0.5f * strokeWidth, strokeWidth);
+                if (a <= 0) continue;
+                float* p = at(glow_, px, py);
+                const float keep = 1 - a;
+                p[0] = quantize(colour.red / 255.0f * a + p[0] * keep);
+                p[1] = quantize(colour.green / 255.0f * a + p[1] * keep);
+                p[2] = quantize(colour.blue / 255.0f * a + p[2] * keep);
+                p[3] = quantize(a + p[3] * keep);
+            }
+        }
+    }
+
+    // The separable Gaussian: across into the scratch buffer, then down back into the glow. The
+    // margins are wider than the kernel and stay clear, so neither pass needs to clamp at the edges;
+    // both run over whole rows as flat arrays, which the compiler vectorises.
+    const float* weights = blur.weights.data();
+    const std::size_t rowFloats = static_cast<std::size_t>(width) * 4;
+    const std::size_t reach = static_cast<std::size_t>(radius) * 4;
+    for (int y = readTop; y < readBottom; ++y) {
+        const float* __restrict in = at(glow_, 0, y);
+        float* __restrict out = at(glowScratch_, 0, y);
+        std::fill(out, out + reach, 0.0f);
+        std::fill(out + rowFloats - reach, out + rowFloats, 0.0f);
+        for (std::size_t i = reach; i < rowFloats - reach; ++i) out[i] = in[i] * weights[0];
+        for (int k = 1; k <= radius; ++k) {
+            const float w = weights[k];
+            const std::size_t step = static_cast<std::size_t>(k) * 4;
+            for (std::size_t i = reach; i < rowFloats - reach; ++i) out[i] += (in[i - step] + in[i + step]) * w;
+        }
+    }
+    for (int y = bandTop; y < bandBottom; ++y) {
+        float* __restrict out = at(glow_, 0, y);
+        const float* __restrict centre = at(glowScratch_, 0, y);
+        for (std::size_t i = 0; i < rowFloats; ++i) out[i] = centre[i] * weights[0];
+        for (int k = 1; k <= radius; ++k) {
+            const float w = weights[k];
+            const float* __restrict above = at(glowScratch_, 0, std::max(y - k, 0));
+            const float* __restrict below = at(glowScratch_, 0, std::min(y + k, height - 1));
+            for (std::size_t i = 0; i < rowFloats; ++i) out[i] += (above[i] + below[i]) * w;
+        }
+    }
+
+    // Scaled up (bilinear, texel centres at half pixels) over the canvas rows the glow reached.
+    const double originX = canvas.x * scale, originY = canvas.y * scale;
+    const float gs = static_cast<float>(glowScale_);
+    auto [left, right] = centresWithin(originX, originX + canvas.width * scale);
+    auto [first, last] = centresWithin(originY + (bandTop - margin) / glowScale_, originY + (bandBottom - margin) / glowScale_);
+    left = std::max(left, clip.left());
+    right = std::min(right, clip.right() + 1);
+    first = std::max(first, clip.top());
+    last = std::min(last, clip.bottom() + 1);
+    if (left >= right || first >= last) return;
+    const int columns = right - left;
+    const std::size_t columnFloats = static_cast<std::size_t>(columns) * 4;
+    std::vector<int>& column0 = column0_;
+    std::vector<int>& column1 = column1_;
+    std::vector<float>& columnWeight = columnWeight_;
+    column0.resize(static_cast<std::size_t>(columns));
+    column1.resize(static_cast<std::size_t>(columns));
+    columnWeight.resize(static_cast<std::size_t>(columns));
+    for (int i = 0; i < columns; ++i) {
+        const float u = (static_cast<float>(left + i) + 0.5f - static_cast<float>(originX)) * gs + margin - 0.5f;
+        const float floorU = std::floor(u);
+        column0[static_cast<std::size_t>(i)] = std::clamp(static_cast<int>(floorU), 0, width - 1);
+        column1[static_cast<std::size_t>(i)] = std::clamp(static_cast<int>(floorU) + 1, 0, width - 1);
+        columnWeight[static_cast<std::size_t>(i)] = u - floorU;
+    }
+    upper_.resize(columnFloats);
+    lower_.resize(columnFloats);
+    mixed_.resize(columnFloats);
+    float* __restrict mixed = mixed_.data();
+    auto widen = [&](int glowRow, std::vector<float>& out) {
+        for (int i = 0; i < columns; ++i) {
+            const std::size_t n = static_cast<std::size_t>(i);
+            const float* a = at(glow_, column0[n], glowRow);
+            const float* b = at(glow_, column1[n], glowRow);
+            const float f = columnWeight[n];
+            for (int c = 0; c < 4; ++c) out[n * 4 + static_cast<std::size_t>(c)] = a[c] + (b[c] - a[c]) * f;
+        }
+    };
+    int upperRow = -1, lowerRow = -1;
+    for (int py = first; py < last; ++py) {
+        const float v = (static_cast<float>(py) + 0.5f - static_cast<float>(originY)) * gs + margin - 0.5f;
+        const float floorV = std::floor(v);
+        const int row0 = std::clamp(static_cast<int>(floorV), 0, height - 1);
+        const int row1 = std::clamp(static_cast<int>(floorV) + 1, 0, height - 1);
+        const float f = v - floorV;
+        if (row0 != upperRow) {
+            if (row0 == lowerRow) {
+                std::swap(upper_, lower_);
+            } else {
+                widen(row0, upper_);
+            }
+            upperRow = row0;
+            lowerRow = -1;
+        }
+        if (row1 != lowerRow) {
+            widen(row1, lower_);
+            lowerRow = row1;
+        }
+        const float* __restrict upper = upper_.data();
+        const float* __restrict lower = lower_.data();
+        for (std::size_t i = 0; i < columnFloats; ++i) mixed[i] = (upper[i] + (lower[i] - upper[i]) * f) * 255.0f + 0.5f;
+        auto* row = reinterpret_cast<std::uint32_t*>(image.scanLine(py)) + left;
+        for (int i = 0; i < columns; ++i) {
+            const float* p = mixed + static_cast<std::size_t>(i) * 4;
+            const auto alpha = static_cast<std::uint32_t>(p[3]);
+            const auto red = static_cast<std::uint32_t>(p[0]), green = static_cast<std::uint32_t>(p[1]),
+                       blue = static_cast<std::uint32_t>(p[2]);
+            if ((alpha | red | green | blue) == 0) continue;
+            // Premultiplied source-over in integers, two channels at a time.
+            const std::uint32_t keep = 255 - std::min<std::uint32_t>(alpha, 255);
+            const std::uint32_t d = row[i];
+            std::uint32_t rb = (d & 0xFF00FF) * keep + 0x800080;
+            rb = ((rb + ((rb >> 8) & 0xFF00FF)) >> 8) & 0xFF00FF;
+            std::uint32_t ag = ((d >> 8) & 0xFF00FF) * keep + 0x800080;
+            ag = (ag + ((ag >> 8) & 0xFF00FF)) & 0xFF00FF00;
+            const std::uint32_t source = (std::min<std::uint32_t>(alpha, 255) << 24) |
+                                         (std::min<std::uint32_t>(red, 255) << 16) |
+                                         (std::min<std::uint32_t>(green, 255) << 8) | std::min<std::uint32_t>(blue, 255);
+            // Each channel stays within a byte: premultiplied colour never exceeds its alpha.
+            row[i] = source + rb + ag;
+        }
+    }
+}
+
+void WaveRasterRenderer::ensureSprites(double barWidth, double dashOn, double period, double length) {
+    if (sprites_.barWidth == barWidth && sprites_.dashOn == dashOn && sprites_.period == period &&
+        sprites_.length >= length) {
+        return;
+    }
+    DashSprites& s = sprites_;
+    s.barWidth = barWidth;
+    s.dashOn = dashOn;
+    s.period = period;
+    s.length = length;
+    s.columnOffset = static_cast<int>(std::ceil(barWidth / 2 + 0.5));
+    s.columns = 2 * s.columnOffset + 2;
+    s.rowOffset = s.columnOffset + 1;
+    s.rows = static_cast<int>(std::ceil(length)) + 2 * s.rowOffset + 2;
+    const int phases = DashSprites::phases;
+    s.coverage.assign(static_cast<std::size_t>(phases * phases * s.rows * s.columns), 0);
+    const float w = static_cast<float>(barWidth), on = static_cast<float>(dashOn), p = static_cast<float>(period);
+    for (int yPhase = 0; yPhase < phases; ++yPhase) {
+        for (int xPhase = 0; xPhase < phases; ++xPhase) {
+            auto* sprite = const_cast<std::uint8_t*>(s.sprite(xPhase, yPhase));
+            for (int row = 0; row < s.rows; ++row) {
+                const float along = static_cast<float>(row - s.rowOffset) + 0.5f - static_cast<float>(yPhase) / phases;
+                for (int column = 0; column < s.columns; ++column) {
+                    const float across =
+                        static_cast<float>(column - s.columnOffset) + 0.5f - static_cast<float>(xPhase) / phases;
+                    sprite[row * s.columns + column] =
+                        static_cast<std::uint8_t>(toByte(dashCoverage(across, along, w, on, p, 0, -1)));
+                }
+            }
+        }
+    }
+}
+
+void WaveRasterRenderer::drawBars(const WaveFrame& frame, QImage& image, const QRect& clip, double scale) {
+    const WaveLayout& layout = frame.layout;
+    const RectF& canvas = frame.composition.waveform;
+    const float w = static_cast<float>(layout.barWidth * scale);
+    const float on = static_cast<float>(layout.dashOn * scale);
+    const float period = on + static_cast<float>(layout.dashOff * scale);
+    ensureSprites(w, on, period, 2 * layout.maxHalfHeight * scale);
+    const DashSprites& sprites = sprites_;
+    const int phases = DashSprites::phases;
+    const float midY = static_cast<float>((canvas.y + layout.midY) * scale);
+    const float dotRadius = static_cast<float>(layout.dotDiameter * 0.5 * scale);
+    const float sparkleRadius = static_cast<float>(layout.sparkleDiameter * 0.5 * scale);
+    const int clipLeft = clip.left(), clipRight = clip.right() + 1, clipTop = clip.top(), clipBottom = clip.bottom() + 1;
+
+    // A filled circle, antialiased like the GL path's dots.
+    auto disc = [&](float cx, float cy, float r, const Colour& colour, float opacity) {
+        const int left = std::max(static_cast<int>(std::floor(cx - r - 1)), clipLeft);
+        const int right = std::min(static_cast<int>(std::ceil(cx + r + 1)), clipRight);
+        const int top = std::max(static_cast<int>(std::floor(cy - r - 1)), clipTop);
+        const int bottom = std::min(static_cast<int>(std::ceil(cy + r + 1)), clipBottom);
+        for (int py = top; py < bottom; ++py) {
+            auto* row = reinterpret_cast<std::uint32_t*>(image.scanLine(py));
+            const float dy = static_cast<float>(py) + 0.5f - cy;
+            for (int px = left; px < right; ++px) {
+                const float dx = static_cast<float>(px) + 0.5f - cx;
+                const float a = opacity * coverage(std::sqrt(dx * dx + dy * dy) - r, 2 * r);
+                if (a > 0) blend(row[px], colour, a);
+            }
+        }
+    };
+
+    for (const WaveBar& bar : layout.bars) {
+        const Colour colour = bytes(bar.color);
+        const float intensity = static_cast<float>(bar.intensity);
+        const double x = (canvas.x + bar.x) * scale;
+        const double upperEnd = midY - bar.halfHeight * scale;
+        const float h = static_cast<float>(bar.halfHeight * scale);
+        const float pathLength = 2 * h;
+        const float strokeOpacity = static_cast<float>(WaveOpacity::stroke) * intensity;
+
+        // The sprite at the nearest sixteenth of a pixel.
+        const long long xSteps = std::llround(x * phases);
+        const long long ySteps = std::llround(upperEnd * phases);
+        const int xPhase = static_cast<int>(((xSteps % phases) + phases) % phases);
+        const int yPhase = static_cast<int>(((ySteps % phases) + phases) % phases);
+        const int baseX = static_cast<int>((xSteps - xPhase) / phases) - sprites.columnOffset;
+        const int baseY = static_cast<int>((ySteps - yPhase) / phases) - sprites.rowOffset;
+        const float spriteTop = static_cast<float>(ySteps) / phases;
+        const std::uint8_t* sprite = sprites.sprite(xPhase, yPhase);
+
+        // Rows before the last dash come from the sprite; the last dash, which the bar's end may cut
+        // short, is worked out here.
+        const float lastDash = std::ceil(pathLength / period) - 1;
+        const float spriteEnd = lastDash >= 1 ? lastDash * period - 0.5f * (period - on) : -1e9f;
+        const int endRow = static_cast<int>(std::ceil(upperEnd + pathLength + 0.5 * w + 1));
+        const int left = std::max(baseX, clipLeft);
+        const int right = std::min(baseX + sprites.columns, clipRight);
+        const int top = std::max(baseY, clipTop);
+        const int bottom = std::min(endRow, clipBottom);
+        for (int py = top; py < bottom; ++py) {
+            auto* row = reinterpret_cast<std::uint32_t*>(image.scanLine(py));
+            const int spriteRow = py - baseY;
+            const float along = static_cast<float>(py) + 0.5f - spriteTop;
+            if (along < spriteEnd && spriteRow < sprites.rows) {
+                const std::uint8_t* cover = sprite + spriteRow * sprites.columns;
+                for (int px = left; px < right; ++px) {
+                    const std::uint8_t c = cover[px - baseX];
+                    if (c) blend(row[px], colour, strokeOpacity * (static_cast<float>(c) * (1.0f / 255.0f)));
+                }
+            } else {
+                const float trueAlong = static_cast<float>(py + 0.5 - upperEnd);
+                for (int px = left; px < right; ++px) {
+                    const float across = static_cast<float>(px + 0.5 - x);
+                    const float c = dashCoverage(across, trueAlong, w, on, period, pathLength, lastDash);
+                    if (c > 0) blend(row[px], colour, strokeOpacity * c);
+                }
+            }
+        }
+
+        disc(static_cast<float>(x), midY, dotRadius, colour,
+             std::min(intensity + static_cast<float>(WaveOpacity::dotBoost), 1.0f));
+        if (bar.sparkleReach) {
+            const float reach = static_cast<float>(*bar.sparkleReach * scale);
+            const float opacity = static_cast<float>(WaveOpacity::sparkle) * intensity;
+            disc(static_cast<float>(x), midY - reach, sparkleRadius, colour, opacity);
+            disc(static_cast<float>(x), midY + reach, sparkleRadius, colour, opacity);
+        }
+    }
+}
+
+}  // namespace lorvane

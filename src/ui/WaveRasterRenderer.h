@@ -1,0 +1,69 @@
+#pragma once
+// Draws wave frames on the CPU into a premultiplied ARGB image, for machines whose OpenGL is missing
+// or runs in software. It draws what the GL renderer draws, rule for rule: bars from pre-rendered
+// dash sprites (one set per bar width and dash pattern, at sixteenth-pixel offsets), tinted and
+// blitted per bar down to its half-height; dots and sparkles; the glow stroked and blurred at a
+// quarter of the resolution (half for the compact band at 1x), then scaled up under the bars. Only
+// the canvas's pixels are touched.
+
+#include <QImage>
+#include <QRect>
+#include <cstdint>
+#include <vector>
+
+#include "core/WaveColor.h"
+#include "core/render/VisualizerView.h"
+
+namespace lorvane {
+
+class WaveRasterRenderer {
+public:
+    // The colour under the whole panel: the fog tint (if any) over the window's own background, both
+    // premultiplied.
+    static RgbaColor panelFill(const WaveFrame& frame, const RgbaColor& premultipliedBackground);
+
+    // The canvas's pixels in a panel image at `devicePixelRatio`.
+    static QRect canvasPixels(const WaveFrame& frame, double devicePixelRatio);
+
+    // The pixels of the canvas this frame's wave (with its glow and sparkles) can touch.
+    static QRect wavePixels(const WaveFrame& frame, double devicePixelRatio);
+
+    // Fills the canvas's pixels of `image` (the panel, premultiplied ARGB32, at `devicePixelRatio`)
+    // with the panel's fill and draws the frame's wave over it. Pixels outside the canvas, or outside
+    // `limit` when given (it must hold wavePixels()), are left as they are. Answers the rectangle drawn.
+    QRect drawCanvas(const WaveFrame& frame, QImage& image, const RgbaColor& premultipliedBackground,
+                     const QRect& limit = QRect());
+
+    // The whole panel in a new image (pictures, tests and tools).
+    QImage render(const WaveFrame& frame, double devicePixelRatio, const RgbaColor& premultipliedBackground);
+
+    // Glow pixels per image pixel used for the last frame.
+    double lastGlowScale() const { return glowScale_; }
+
+private:
+    struct DashSprites {
+        double barWidth = -1, dashOn = -1, period = -1, length = -1;
+        int columns = 0, rows = 0, columnOffset = 0, rowOffset = 0;
+        std::vector<std::uint8_t> coverage;  // [yPhase][xPhase][row][column]
+        const std::uint8_t* sprite(int xPhase, int yPhase) const {
+            return coverage.data() + (static_cast<std::size_t>(yPhase) * phases + static_cast<std::size_t>(xPhase)) *
+                                         static_cast<std::size_t>(rows * columns);
+        }
+        static constexpr int phases = 16;
+    };
+
+    void ensureSprites(double barWidth, double dashOn, double period, double length);
+    void drawBaseline(const WaveFrame& frame, QImage& image, const QRect& clip, double scale);
+    void drawGlow(const WaveFrame& frame, QImage& image, const QRect& clip, double scale);
+    void drawBars(const WaveFrame& frame, QImage& image, const QRect& clip, double scale);
+
+    DashSprites sprites_;
+    std::vector<float> glow_, glowScratch_;  // premultiplied RGBA at glow resolution
+    std::vector<float> upper_, lower_;      // one glow row scaled up to the image's width
+    std::vector<float> mixed_;              // the two mixed for one image row
+    std::vector<int> column0_, column1_;    // the glow columns under each image column
+    std::vector<float> columnWeight_;
+    double glowScale_ = 0.25;
+};
+
+}  // namespace lorvane
