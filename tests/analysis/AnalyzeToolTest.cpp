@@ -360,8 +360,8 @@ TEST(AnalyzeTool, A44100HzRecordingMatchesTheSameMusicResampledBeforehand) {
     EXPECT_TRUE(direct.err.empty()) << direct.err;
     const auto lines = jsonLines(direct.out);
     const auto expected = jsonLines(beforehand.out);
-    // 3 s at 44100 Hz are 3.265 s at 48000 Hz: 327 blocks, every fourth one publishing.
-    ASSERT_EQ(lines.size(), 82u);
+    // 3 s at 44100 Hz are 3.265 s at 48000 Hz: 327 blocks of 10 ms, published on the 1/30 s schedule.
+    ASSERT_EQ(lines.size(), 98u);
     ASSERT_EQ(lines.size(), expected.size());
     double worst = 0;
     for (std::size_t i = 0; i < lines.size(); ++i) {
@@ -395,7 +395,8 @@ TEST(AnalyzeTool, MoreThanTwoChannelsAreMixedDownToOneWithOneLine) {
     EXPECT_NE(errLines[0].find("mixed down"), std::string::npos) << errLines[0];
     // The mean of the eight channels is the mono music itself.
     const auto lines = jsonLines(run.out);
-    EXPECT_EQ(lines.size(), 25u);
+    // One second published on the 1/30 s schedule.
+    EXPECT_EQ(lines.size(), 30u);
     expectSameFrames(lines, coreFrames(mono, 1, 480));
 }
 

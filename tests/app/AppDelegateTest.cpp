@@ -64,6 +64,7 @@ TEST(AppDelegateLaunch, CallbacksDoNothingOnceTheControllerIsGone) {
     SettingsActions actions = h.settings->actions;
     auto enabledPlayers = playback->enabledPlayers;
     auto snapshotDidChange = playback->snapshotDidChange;
+    auto playerSeen = playback->playerSeen;
     MenuCommandHandler handler = h.menu->handler;
     h.play();
     auto run = h.lastRun();
@@ -71,7 +72,6 @@ TEST(AppDelegateLaunch, CallbacksDoNothingOnceTheControllerIsGone) {
     h.app.reset();
 
     EXPECT_TRUE(enabledPlayers().empty());
-    auto playerSeen = playback->playerSeen;
     playerSeen(PlaybackPlayer::other("vlc", "VLC media player"));
     snapshotDidChange({MusicPlayer::spotify, MusicPlaybackState::paused, 0.1});
     run->frameDidChange({0.5, 1, 0, {}});

@@ -558,6 +558,28 @@ TEST(SettingsNotices, NoTrayHostOffersQuitAndTheOtherNoticesShowOnlyWithText) {
     EXPECT_TRUE(s.view()->otherPlayersSlot());
 }
 
+TEST(SettingsNotices, TheAudioRowGivesTheModelsCaptureFailureReasonUntilCaptureIsLiveAgain) {
+    Settings s;
+    s.show();
+    s.view()->setSelectedTab(SettingsTab::audio);
+    QWidget* audio = s.view()->page(SettingsTab::audio);
+    auto shows = [&](const QString& text) {
+        for (QLabel* label : audio->findChildren<QLabel*>()) {
+            if (label->isVisibleTo(audio) && label->text() == text) return true;
+        }
+        return false;
+    };
+    const QString reason = QStringLiteral("No sound server is running");
+    EXPECT_FALSE(shows(reason));
+    s.model.useFallbackAudio(AudioCaptureFailureReport(AudioCaptureFailure::unavailable, AudioCaptureReason::noSoundServer));
+    EXPECT_TRUE(shows(reason));
+    AudioVisualizationFrame frame;
+    frame.level = 0.5;
+    frame.spectrum.assign(96, 0.2);
+    s.model.updateLiveFrame(frame);
+    EXPECT_FALSE(shows(reason));
+}
+
 // MARK: Updates
 
 TEST(SettingsUpdates, TheAudioRowIsRefreshedOnlyWhileTheWindowIsVisible) {

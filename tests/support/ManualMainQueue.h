@@ -116,6 +116,11 @@ public:
         std::lock_guard lock(mutex_);
         return delayed_.size();
     }
+    // Work posted and not yet run; only runPending() on the calling thread takes it away.
+    std::size_t pendingCount() const {
+        std::lock_guard lock(mutex_);
+        return posted_.size();
+    }
 
 private:
     struct Timer final : RepeatingTimer {

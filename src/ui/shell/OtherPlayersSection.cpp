@@ -61,6 +61,8 @@ OtherPlayersSection::OtherPlayersSection(OverlayPreferences& preferences,
     layout->addWidget(header);
 
     allPlayers_ = new QCheckBox(QString::fromUtf8(switchText), this);
+    allPlayers_->setAccessibleDescription(
+        QStringLiteral("Whether music players other than the four above can show the wave"));
     layout->addWidget(allPlayers_);
     connect(allPlayers_, &QCheckBox::clicked, this, [this](bool on) {
         if (setOtherPlayersEnabled_) setOtherPlayersEnabled_(on);
@@ -105,6 +107,7 @@ OtherPlayersSection::Row OtherPlayersSection::makeRow(const std::string& desktop
     layout->addStretch(1);
     row.toggle = new QCheckBox(row.widget);
     row.toggle->setAccessibleName(row.title);
+    row.toggle->setAccessibleDescription(QStringLiteral("Whether %1 can show the wave").arg(row.title));
     layout->addWidget(row.toggle);
     connect(row.toggle, &QCheckBox::clicked, this, [this, desktopEntry](bool on) {
         if (setOtherPlayerEnabled_) setOtherPlayerEnabled_(desktopEntry, on);
