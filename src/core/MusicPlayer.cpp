@@ -45,6 +45,21 @@ std::string lowerCased(const std::optional<std::string>& text) {
     return QString::fromUtf8(text->data(), static_cast<qsizetype>(text->size())).toLower().toStdString();
 }
 
+// Names that contain one of these belong to that player, whatever else they say.
+std::optional<MusicPlayer> namedByNameParts(const std::string& name) {
+    static const std::array<std::pair<std::string_view, MusicPlayer>, 5> nameParts{{
+        {"qq音乐", MusicPlayer::qqMusic},
+        {"qqmusic", MusicPlayer::qqMusic},
+        {"网易云音乐", MusicPlayer::netEaseMusic},
+        {"netease", MusicPlayer::netEaseMusic},
+        {"cloudmusic", MusicPlayer::netEaseMusic},
+    }};
+    for (const auto& [part, player] : nameParts) {
+        if (name.find(part) != std::string::npos) return player;
+    }
+    return std::nullopt;
+}
+
 }  // namespace
 
 std::optional<MusicPlayer> resolveMusicPlayer(const std::optional<std::string>& bundleIdentifier,
@@ -65,16 +80,7 @@ std::optional<MusicPlayer> resolveMusicPlayer(const std::optional<std::string>& 
         if (identifier == candidate) return player;
     }
 
-    static const std::array<std::pair<std::string_view, MusicPlayer>, 5> nameParts{{
-        {"qq音乐", MusicPlayer::qqMusic},
-        {"qqmusic", MusicPlayer::qqMusic},
-        {"网易云音乐", MusicPlayer::netEaseMusic},
-        {"netease", MusicPlayer::netEaseMusic},
-        {"cloudmusic", MusicPlayer::netEaseMusic},
-    }};
-    for (const auto& [part, player] : nameParts) {
-        if (name.find(part) != std::string::npos) return player;
-    }
+    if (const auto player = namedByNameParts(name)) return player;
 
     if (name == "spotify") return MusicPlayer::spotify;
     if (name == "音乐" || name == "music") return MusicPlayer::appleMusic;
@@ -111,20 +117,6 @@ std::optional<MusicPlayer> namedByDesktopEntry(const std::string& entry) {
     }};
     for (const auto& [candidate, player] : entries) {
         if (entry == candidate) return player;
-    }
-    return std::nullopt;
-}
-
-std::optional<MusicPlayer> namedByNameParts(const std::string& name) {
-    static const std::array<std::pair<std::string_view, MusicPlayer>, 5> nameParts{{
-        {"qq音乐", MusicPlayer::qqMusic},
-        {"qqmusic", MusicPlayer::qqMusic},
-        {"网易云音乐", MusicPlayer::netEaseMusic},
-        {"netease", MusicPlayer::netEaseMusic},
-        {"cloudmusic", MusicPlayer::netEaseMusic},
-    }};
-    for (const auto& [part, player] : nameParts) {
-        if (name.find(part) != std::string::npos) return player;
     }
     return std::nullopt;
 }
