@@ -297,6 +297,31 @@ TEST_F(EndToEnd, KillingTheSoundServerFallsBackWhileTheWaveKeepsShowing) {
     EXPECT_TRUE(waitForMenuLabel("Spotify: Playing"));
 }
 
+TEST_F(EndToEnd, ASoundServerThatDiesIsExplainedAndCaptureIsLiveAgainWhenItReturnsWithoutRetry) {
+    startMusic();
+    ASSERT_TRUE(waitForOverlay(true));
+    ASSERT_TRUE(waitFor([&] { return menuLabel("Audio Analysis: Live ").endsWith("%"); }));
+    sound.reset();
+    desktop.pulse()->kill();
+    ASSERT_TRUE(waitForMenuLabel("Audio Analysis: Fixed-Level Fallback")) << menuLabel("Audio Analysis").toStdString();
+    // The tray's tool tip gives the reason in plain words, and a warning says it on stderr.
+    EXPECT_TRUE(waitFor([&] {
+        const QString tip = desktop.tray().toolTipTitle();
+        return tip.contains(QStringLiteral("Fixed-Level Fallback (")) && tip.contains(QStringLiteral("sound server"));
+    })) << desktop.tray().toolTipTitle().toStdString();
+    EXPECT_TRUE(waitFor([&] { return lorvane.readOutput().contains(QStringLiteral("Audio capture failed: ")); }))
+        << lorvane.output().toStdString();
+
+    // The server comes back: capture is live again by itself, well before the 30 s back-off ends.
+    ASSERT_TRUE(desktop.pulse()->restart());
+    sound = std::make_unique<PulsePlayer>(PulsePlayer::musicLike());
+    ASSERT_TRUE(sound->waitUntilPlaying(10s)) << sound->why();
+    EXPECT_TRUE(waitFor([&] { return menuLabel("Audio Analysis: Live ").endsWith("%"); }, 10s))
+        << menuLabel("Audio Analysis").toStdString();
+    EXPECT_TRUE(waitFor([&] { return !desktop.tray().toolTipTitle().contains(QLatin1Char('(')); }))
+        << desktop.tray().toolTipTitle().toStdString();
+}
+
 TEST_F(EndToEnd, TurningTheWaveformOffFromTheMenuHidesItAndIsStored) {
     startMusic();
     ASSERT_TRUE(waitForOverlay(true));

@@ -48,6 +48,11 @@ public:
     // Waits for the process to end by itself; answers the exit code, or nothing at the bound.
     std::optional<int> waitForExit(std::chrono::milliseconds bound);
     QString output() const;
+    // What it has written so far, reading what is waiting first.
+    QString readOutput() {
+        readAvailable();
+        return output();
+    }
 
 private:
     void readAvailable();
