@@ -18,6 +18,7 @@
 #include <QTemporaryDir>
 
 #include "AppDesktop.h"
+#include "CoreApplicationEnvironment.h"
 #include "core/DesktopEntry.h"
 
 using namespace lorvane::test;
@@ -25,21 +26,9 @@ using namespace std::chrono_literals;
 
 namespace {
 
-class CoreApplicationEnvironment final : public ::testing::Environment {
-public:
-    void SetUp() override {
-        static int argc = 1;
-        static char name[] = "app_citizen_e2e_tests";
-        static char* argv[] = {name, nullptr};
-        app_ = std::make_unique<QCoreApplication>(argc, argv);
-    }
-    void TearDown() override { app_.reset(); }
-
-private:
-    std::unique_ptr<QCoreApplication> app_;
-};
-
-[[maybe_unused]] auto* const environment = ::testing::AddGlobalTestEnvironment(new CoreApplicationEnvironment);
+char programName[] = "app_citizen_e2e_tests";
+[[maybe_unused]] auto* const environment =
+    ::testing::AddGlobalTestEnvironment(new CoreApplicationEnvironment(programName));
 
 const std::string settingsTitle = "Lorvane Settings";
 
