@@ -299,7 +299,27 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const Q
         }
     }
 
-    // Scaled up (bilinear, texel centres at half pixels) over the canvas rows the glow reached.
+    // The GL path keeps the blurred glow in bytes: so do we, premultiplied ARGB like the image, which
+    // lets the scale-up run in integers and skip the glow's empty stretches cheaply.
+    const auto [quantTop, quantBottom] = rows(bandTop - 1, bandBottom + 1);
+    glowBytes_.resize(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
+    for (int y = quantTop; y < quantBottom; ++y) {
+        const float* __restrict in = at(glow_, 0, y);
+        std::uint32_t* __restrict out = glowBytes_.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
+        for (int x = 0; x < width; ++x) {
+            const float* p = in + static_cast<std::size_t>(x) * 4;
+            const int alpha = std::min(static_cast<int>(p[3] * 255.0f + 0.5f), 255);
+            // Premultiplied colour never exceeds its alpha, which the compositing below relies on.
+            const int red = std::min(static_cast<int>(p[0] * 255.0f + 0.5f), alpha);
+            const int green = std::min(static_cast<int>(p[1] * 255.0f + 0.5f), alpha);
+            const int blue = std::min(static_cast<int>(p[2] * 255.0f + 0.5f), alpha);
+            out[x] = pack(std::max(alpha, 0), std::max(red, 0), std::max(green, 0), std::max(blue, 0));
+        }
+    }
+
+    // Scaled up (bilinear, texel centres at half pixels, weights in 256ths) over the canvas rows the
+    // glow reached. Each glow row is widened once to the image's columns, in runs of `run` columns;
+    // a run whose glow is empty in both rows an image row mixes is skipped.
     const double originX = canvas.x * scale, originY = canvas.y * scale;
     const float gs = static_cast<float>(glowScale_);
     auto [left, right] = centresWithin(originX, originX + canvas.width * scale);
@@ -309,76 +329,97 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const Q
     first = std::max(first, clip.top());
     last = std::min(last, clip.bottom() + 1);
     if (left >= right || first >= last) return;
+    constexpr int run = 16;
     const int columns = right - left;
-    const std::size_t columnFloats = static_cast<std::size_t>(columns) * 4;
-    std::vector<int>& column0 = column0_;
-    std::vector<int>& column1 = column1_;
-    std::vector<float>& columnWeight = columnWeight_;
-    column0.resize(static_cast<std::size_t>(columns));
-    column1.resize(static_cast<std::size_t>(columns));
-    columnWeight.resize(static_cast<std::size_t>(columns));
+    const int runs = (columns + run - 1) / run;
+    column0_.resize(static_cast<std::size_t>(columns));
+    column1_.resize(static_cast<std::size_t>(columns));
+    columnWeight_.resize(static_cast<std::size_t>(columns));
     for (int i = 0; i < columns; ++i) {
         const float u = (static_cast<float>(left + i) + 0.5f - static_cast<float>(originX)) * gs + margin - 0.5f;
         const float floorU = std::floor(u);
-        column0[static_cast<std::size_t>(i)] = std::clamp(static_cast<int>(floorU), 0, width - 1);
-        column1[static_cast<std::size_t>(i)] = std::clamp(static_cast<int>(floorU) + 1, 0, width - 1);
-        columnWeight[static_cast<std::size_t>(i)] = u - floorU;
+        column0_[static_cast<std::size_t>(i)] = std::clamp(static_cast<int>(floorU), 0, width - 1);
+        column1_[static_cast<std::size_t>(i)] = std::clamp(static_cast<int>(floorU) + 1, 0, width - 1);
+        columnWeight_[static_cast<std::size_t>(i)] = static_cast<std::uint16_t>((u - floorU) * 256.0f + 0.5f);
     }
-    upper_.resize(columnFloats);
-    lower_.resize(columnFloats);
-    mixed_.resize(columnFloats);
-    float* __restrict mixed = mixed_.data();
-    auto widen = [&](int glowRow, std::vector<float>& out) {
-        for (int i = 0; i < columns; ++i) {
-            const std::size_t n = static_cast<std::size_t>(i);
-            const float* a = at(glow_, column0[n], glowRow);
-            const float* b = at(glow_, column1[n], glowRow);
-            const float f = columnWeight[n];
-            for (int c = 0; c < 4; ++c) out[n * 4 + static_cast<std::size_t>(c)] = a[c] + (b[c] - a[c]) * f;
+    const std::size_t wideSize = static_cast<std::size_t>(runs) * run * 4;
+    upper_.assign(wideSize, 0);
+    lower_.assign(wideSize, 0);
+    upperFilled_.assign(static_cast<std::size_t>(runs), 0);
+    lowerFilled_.assign(static_cast<std::size_t>(runs), 0);
+    auto widen = [&](int glowRow, std::vector<std::uint16_t>& out, std::vector<std::uint8_t>& filled) {
+        const std::uint32_t* glowRowBytes =
+            glowBytes_.data() + static_cast<std::size_t>(glowRow) * static_cast<std::size_t>(width);
+        for (int r = 0; r < runs; ++r) {
+            const int begin = r * run, end = std::min(begin + run, columns);
+            std::uint32_t any = 0;
+            for (int g = column0_[static_cast<std::size_t>(begin)]; g <= column1_[static_cast<std::size_t>(end - 1)]; ++g) {
+                any |= glowRowBytes[g];
+            }
+            std::uint16_t* wide = out.data() + static_cast<std::size_t>(begin) * 4;
+            if (any == 0) {
+                if (filled[static_cast<std::size_t>(r)]) std::fill(wide, wide + run * 4, std::uint16_t(0));
+                filled[static_cast<std::size_t>(r)] = 0;
+                continue;
+            }
+            filled[static_cast<std::size_t>(r)] = 1;
+            for (int i = begin; i < end; ++i) {
+                const std::size_t n = static_cast<std::size_t>(i);
+                const std::uint32_t a = glowRowBytes[column0_[n]], b = glowRowBytes[column1_[n]];
+                const std::uint32_t f = columnWeight_[n], keep = 256 - f;
+                std::uint16_t* w = out.data() + n * 4;
+                for (int c = 0; c < 4; ++c) {
+                    w[c] = static_cast<std::uint16_t>(((a >> (8 * c)) & 0xFF) * keep + ((b >> (8 * c)) & 0xFF) * f);
+                }
+            }
         }
     };
     int upperRow = -1, lowerRow = -1;
+    alignas(16) std::uint8_t mixed[run * 4];
     for (int py = first; py < last; ++py) {
         const float v = (static_cast<float>(py) + 0.5f - static_cast<float>(originY)) * gs + margin - 0.5f;
         const float floorV = std::floor(v);
         const int row0 = std::clamp(static_cast<int>(floorV), 0, height - 1);
         const int row1 = std::clamp(static_cast<int>(floorV) + 1, 0, height - 1);
-        const float f = v - floorV;
+        const std::uint32_t f = static_cast<std::uint32_t>((v - floorV) * 256.0f + 0.5f), keep = 256 - f;
         if (row0 != upperRow) {
             if (row0 == lowerRow) {
                 std::swap(upper_, lower_);
+                std::swap(upperFilled_, lowerFilled_);
             } else {
-                widen(row0, upper_);
+                widen(row0, upper_, upperFilled_);
             }
             upperRow = row0;
             lowerRow = -1;
         }
         if (row1 != lowerRow) {
-            widen(row1, lower_);
+            widen(row1, lower_, lowerFilled_);
             lowerRow = row1;
         }
-        const float* __restrict upper = upper_.data();
-        const float* __restrict lower = lower_.data();
-        for (std::size_t i = 0; i < columnFloats; ++i) mixed[i] = (upper[i] + (lower[i] - upper[i]) * f) * 255.0f + 0.5f;
         auto* row = reinterpret_cast<std::uint32_t*>(image.scanLine(py)) + left;
-        for (int i = 0; i < columns; ++i) {
-            const float* p = mixed + static_cast<std::size_t>(i) * 4;
-            const auto alpha = static_cast<std::uint32_t>(p[3]);
-            const auto red = static_cast<std::uint32_t>(p[0]), green = static_cast<std::uint32_t>(p[1]),
-                       blue = static_cast<std::uint32_t>(p[2]);
-            if ((alpha | red | green | blue) == 0) continue;
-            // Premultiplied source-over in integers, two channels at a time.
-            const std::uint32_t keep = 255 - std::min<std::uint32_t>(alpha, 255);
-            const std::uint32_t d = row[i];
-            std::uint32_t rb = (d & 0xFF00FF) * keep + 0x800080;
-            rb = ((rb + ((rb >> 8) & 0xFF00FF)) >> 8) & 0xFF00FF;
-            std::uint32_t ag = ((d >> 8) & 0xFF00FF) * keep + 0x800080;
-            ag = (ag + ((ag >> 8) & 0xFF00FF)) & 0xFF00FF00;
-            const std::uint32_t source = (std::min<std::uint32_t>(alpha, 255) << 24) |
-                                         (std::min<std::uint32_t>(red, 255) << 16) |
-                                         (std::min<std::uint32_t>(green, 255) << 8) | std::min<std::uint32_t>(blue, 255);
-            // Each channel stays within a byte: premultiplied colour never exceeds its alpha.
-            row[i] = source + rb + ag;
+        for (int r = 0; r < runs; ++r) {
+            if (!(upperFilled_[static_cast<std::size_t>(r)] | lowerFilled_[static_cast<std::size_t>(r)])) continue;
+            const int begin = r * run, count = std::min(run, columns - begin);
+            const std::uint16_t* __restrict upper = upper_.data() + static_cast<std::size_t>(begin) * 4;
+            const std::uint16_t* __restrict lower = lower_.data() + static_cast<std::size_t>(begin) * 4;
+            for (int j = 0; j < run * 4; ++j) {
+                mixed[j] = static_cast<std::uint8_t>((upper[j] * keep + lower[j] * f + 32768) >> 16);
+            }
+            std::uint32_t* __restrict out = row + begin;
+            for (int i = 0; i < count; ++i) {
+                std::uint32_t source;
+                std::memcpy(&source, mixed + i * 4, 4);
+                if (source == 0) continue;
+                // Premultiplied source-over in integers, two channels at a time; each channel stays
+                // within a byte because premultiplied colour never exceeds its alpha.
+                const std::uint32_t rest = 255 - (source >> 24);
+                const std::uint32_t d = out[i];
+                std::uint32_t rb = (d & 0xFF00FF) * rest + 0x800080;
+                rb = ((rb + ((rb >> 8) & 0xFF00FF)) >> 8) & 0xFF00FF;
+                std::uint32_t ag = ((d >> 8) & 0xFF00FF) * rest + 0x800080;
+                ag = (ag + ((ag >> 8) & 0xFF00FF)) & 0xFF00FF00;
+                out[i] = source + rb + ag;
+            }
         }
     }
 }

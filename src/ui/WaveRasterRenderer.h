@@ -59,10 +59,11 @@ private:
 
     DashSprites sprites_;
     std::vector<float> glow_, glowScratch_;  // premultiplied RGBA at glow resolution
-    std::vector<float> upper_, lower_;      // one glow row scaled up to the image's width
-    std::vector<float> mixed_;              // the two mixed for one image row
+    std::vector<std::uint32_t> glowBytes_;  // the blurred glow in premultiplied ARGB bytes
+    std::vector<std::uint16_t> upper_, lower_;  // one glow row widened to the image's columns, in 256ths
+    std::vector<std::uint8_t> upperFilled_, lowerFilled_;  // per run of columns: anything there
     std::vector<int> column0_, column1_;    // the glow columns under each image column
-    std::vector<float> columnWeight_;
+    std::vector<std::uint16_t> columnWeight_;
     double glowScale_ = 0.25;
 };
 
