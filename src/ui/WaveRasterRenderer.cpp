@@ -77,6 +77,45 @@ Blur gaussian(double sigma) {
     return blur;
 }
 
+// Glow columns per chunk: the blur and the clearing skip chunks the strokes never reached.
+constexpr int glowChunk = 16;
+
+// One stretch [from, to) of a glow row (floats, four per pixel) blurred across.
+void blurAcross(const float* __restrict in, float* __restrict out, std::size_t from, std::size_t to,
+                const float* weights, int radius) {
+    for (std::size_t i = from; i < to; ++i) out[i] = in[i] * weights[0];
+    for (int k = 1; k <= radius; ++k) {
+        const float w = weights[k];
+        const std::size_t step = static_cast<std::size_t>(k) * 4;
+        for (std::size_t i = from; i < to; ++i) out[i] += (in[i - step] + in[i + step]) * w;
+    }
+}
+
+// `pixels` pixels from float `from` of the rows around[-radius...radius] blurred down and rounded to
+// premultiplied ARGB bytes.
+void blurDownToBytes(const float* const* around, std::size_t from, std::size_t pixels, const float* weights,
+                     int radius, std::uint32_t* __restrict out) {
+    float sum[glowChunk * 4];
+    const std::size_t floats = pixels * 4;
+    const float* centre = around[0] + from;
+    for (std::size_t i = 0; i < floats; ++i) sum[i] = centre[i] * weights[0];
+    for (int k = 1; k <= radius; ++k) {
+        const float w = weights[k];
+        const float* __restrict above = around[-k] + from;
+        const float* __restrict below = around[k] + from;
+        for (std::size_t i = 0; i < floats; ++i) sum[i] += (above[i] + below[i]) * w;
+    }
+    for (std::size_t x = 0; x < pixels; ++x) {
+        const float* p = sum + x * 4;
+        const int alpha = std::clamp(static_cast<int>(p[3] * 255.0f + 0.5f), 0, 255);
+        // Premultiplied colour never exceeds its alpha, which the compositing relies on.
+        const int red = std::clamp(static_cast<int>(p[0] * 255.0f + 0.5f), 0, alpha);
+        const int green = std::clamp(static_cast<int>(p[1] * 255.0f + 0.5f), 0, alpha);
+        const int blue = std::clamp(static_cast<int>(p[2] * 255.0f + 0.5f), 0, alpha);
+        out[x] = pack(alpha, red, green, blue);
+    }
+}
+
 }  // namespace
 
 RgbaColor WaveRasterRenderer::panelFill(const WaveFrame& frame, const RgbaColor& background) {
@@ -226,94 +265,129 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const Q
     const int radius = blur.radius;
     auto rows = [height](int first, int last) { return std::pair{std::clamp(first, 0, height), std::clamp(last, 0, height)}; };
     const auto [bandTop, bandBottom] = rows(top - radius - 1, bottom + radius + 1);
-    const auto [readTop, readBottom] = rows(top - 2 * radius - 2, bottom + 2 * radius + 2);
     auto at = [width](std::vector<float>& buffer, int x, int y) {
         return buffer.data() + (static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x)) * 4;
     };
-    std::fill(at(glow_, 0, readTop), at(glow_, 0, readBottom), 0.0f);
 
-    // The strokes: solid round-capped segments, clipped to the canvas.
+    // Both float buffers are all clear between frames; the rows each chunk of columns was stroked in
+    // (and, after the pass across, holds anything in) bound the work and the clearing afterwards.
+    const int chunks = (width + glowChunk - 1) / glowChunk;
+    strokeTop_.assign(static_cast<std::size_t>(chunks), height);
+    strokeBottom_.assign(static_cast<std::size_t>(chunks), 0);
+
+    // The strokes: solid round-capped segments, clipped to the canvas. Between the caps a stroke's
+    // coverage depends on the column alone.
     const float strokeWidth = static_cast<float>(layout.glowLineWidth * toGlow);
     const float quadHalfWidth = static_cast<float>(layout.glowLineWidth * 0.5 * toGlow + 1.5);
-    const float sparkleRadius = static_cast<float>(layout.sparkleDiameter * 0.5);
     const float midY = static_cast<float>(margin + layout.midY * toGlow);
+    acrossCoverage_.resize(static_cast<std::size_t>(std::ceil(2 * quadHalfWidth)) + 2);
+    float* across = acrossCoverage_.data();
     for (const WaveBar& bar : layout.bars) {
         const float x = static_cast<float>(margin + bar.x * toGlow);
         const float h = static_cast<float>(bar.halfHeight * toGlow);
-        const double reach = bar.sparkleReach ? *bar.sparkleReach + sparkleRadius : 0.0;
-        const float quadHalfHeight =
-            static_cast<float>(std::max(bar.halfHeight + layout.glowLineWidth * 0.5, reach) * toGlow + 1.5);
+        const float quadHalfHeight = h + 0.5f * strokeWidth + 1.5f;
         auto [left, right] = centresWithin(x - quadHalfWidth, x + quadHalfWidth);
         auto [first, last] = centresWithin(midY - quadHalfHeight, midY + quadHalfHeight);
         left = std::max(left, margin);
-        right = std::min(right, margin + innerWidth);
+        right = std::min({right, margin + innerWidth, left + static_cast<int>(acrossCoverage_.size())});
         first = std::max(first, margin);
         last = std::min(last, margin + innerHeight);
+        if (left >= right || first >= last) continue;
+        for (int c = left / glowChunk; c <= (right - 1) / glowChunk; ++c) {
+            const std::size_t n = static_cast<std::size_t>(c);
+            strokeTop_[n] = std::min(strokeTop_[n], first);
+            strokeBottom_[n] = std::max(strokeBottom_[n], last);
+        }
         const float opacity = static_cast<float>(WaveOpacity::glow * bar.intensity);
         const Colour colour = bytes(bar.glowColor);
+        const float red = colour.red / 255.0f, green = colour.green / 255.0f, blue = colour.blue / 255.0f;
+        for (int px = left; px < right; ++px) {
+            const float dx = static_cast<float>(px) + 0.5f - x;
+            across[px - left] = opacity * coverage(std::fabs(dx) - 0.5f * strokeWidth, strokeWidth);
+        }
         for (int py = first; py < last; ++py) {
             const float dy = static_cast<float>(py) + 0.5f - midY;
             const float outside = std::max(std::fabs(dy) - h, 0.0f);
-            for (int px = left; px < right; ++px) {
-                const float dx = static_cast<float>(px) + 0.5f - x;
-                const float a =
-                    opacity * coverage(std::sqrt(dx * dx + outside * outside) - 0.5f * strokeWidth, strokeWidth);
+            float* p = at(glow_, left, py);
+            for (int px = left; px < right; ++px, p += 4) {
+                float a;
+                if (outside == 0) {
+                    a = across[px - left];
+                } else {
+                    const float dx = static_cast<float>(px) + 0.5f - x;
+                    a = opacity * coverage(std::sqrt(dx * dx + outside * outside) - 0.5f * strokeWidth, strokeWidth);
+                }
                 if (a <= 0) continue;
-                float* p = at(glow_, px, py);
                 const float keep = 1 - a;
-                p[0] = quantize(colour.red / 255.0f * a + p[0] * keep);
-                p[1] = quantize(colour.green / 255.0f * a + p[1] * keep);
-                p[2] = quantize(colour.blue / 255.0f * a + p[2] * keep);
+                p[0] = quantize(red * a + p[0] * keep);
+                p[1] = quantize(green * a + p[1] * keep);
+                p[2] = quantize(blue * a + p[2] * keep);
                 p[3] = quantize(a + p[3] * keep);
             }
         }
     }
 
-    // The separable Gaussian: across into the scratch buffer, then down back into the glow. The
-    // margins are wider than the kernel and stay clear, so neither pass needs to clamp at the edges;
-    // both run over whole rows as flat arrays, which the compiler vectorises.
+    // The separable Gaussian: across into the scratch buffer, then down, straight into bytes. The
+    // margins are wider than the kernel and stay clear, so neither pass needs to clamp at the edges.
+    const int spread = (radius + glowChunk - 1) / glowChunk;
+    acrossTop_.assign(static_cast<std::size_t>(chunks), height);
+    acrossBottom_.assign(static_cast<std::size_t>(chunks), 0);
+    int acrossFirst = height, acrossLast = 0;
+    for (int c = 0; c < chunks; ++c) {
+        const std::size_t n = static_cast<std::size_t>(c);
+        for (int d = std::max(c - spread, 0); d <= std::min(c + spread, chunks - 1); ++d) {
+            acrossTop_[n] = std::min(acrossTop_[n], strokeTop_[static_cast<std::size_t>(d)]);
+            acrossBottom_[n] = std::max(acrossBottom_[n], strokeBottom_[static_cast<std::size_t>(d)]);
+        }
+        acrossFirst = std::min(acrossFirst, acrossTop_[n]);
+        acrossLast = std::max(acrossLast, acrossBottom_[n]);
+    }
     const float* weights = blur.weights.data();
     const std::size_t rowFloats = static_cast<std::size_t>(width) * 4;
     const std::size_t reach = static_cast<std::size_t>(radius) * 4;
-    for (int y = readTop; y < readBottom; ++y) {
-        const float* __restrict in = at(glow_, 0, y);
+    constexpr std::size_t chunkFloats = glowChunk * 4;
+    for (int y = acrossFirst; y < acrossLast; ++y) {
+        float* in = at(glow_, 0, y);
         float* __restrict out = at(glowScratch_, 0, y);
-        std::fill(out, out + reach, 0.0f);
-        std::fill(out + rowFloats - reach, out + rowFloats, 0.0f);
-        for (std::size_t i = reach; i < rowFloats - reach; ++i) out[i] = in[i] * weights[0];
-        for (int k = 1; k <= radius; ++k) {
-            const float w = weights[k];
-            const std::size_t step = static_cast<std::size_t>(k) * 4;
-            for (std::size_t i = reach; i < rowFloats - reach; ++i) out[i] += (in[i - step] + in[i + step]) * w;
+        for (int c = 0; c < chunks; ++c) {
+            const std::size_t n = static_cast<std::size_t>(c);
+            if (y < acrossTop_[n] || y >= acrossBottom_[n]) continue;
+            const std::size_t from = std::max(n * chunkFloats, reach);
+            const std::size_t to = std::min((n + 1) * chunkFloats, rowFloats - reach);
+            blurAcross(in, out, from, to, weights, radius);
         }
-    }
-    for (int y = bandTop; y < bandBottom; ++y) {
-        float* __restrict out = at(glow_, 0, y);
-        const float* __restrict centre = at(glowScratch_, 0, y);
-        for (std::size_t i = 0; i < rowFloats; ++i) out[i] = centre[i] * weights[0];
-        for (int k = 1; k <= radius; ++k) {
-            const float w = weights[k];
-            const float* __restrict above = at(glowScratch_, 0, std::max(y - k, 0));
-            const float* __restrict below = at(glowScratch_, 0, std::min(y + k, height - 1));
-            for (std::size_t i = 0; i < rowFloats; ++i) out[i] += (above[i] + below[i]) * w;
+        for (int c = 0; c < chunks; ++c) {
+            const std::size_t n = static_cast<std::size_t>(c);
+            if (y < strokeTop_[n] || y >= strokeBottom_[n]) continue;
+            std::fill(in + n * chunkFloats, in + std::min((n + 1) * chunkFloats, rowFloats), 0.0f);
         }
     }
 
-    // The GL path keeps the blurred glow in bytes: so do we, premultiplied ARGB like the image, which
-    // lets the scale-up run in integers and skip the glow's empty stretches cheaply.
+    // Down, for the rows the scale-up reads, each chunk turned into premultiplied ARGB bytes as the
+    // GL path's glow target holds them; the scale-up then runs in integers and skips empty stretches.
     const auto [quantTop, quantBottom] = rows(bandTop - 1, bandBottom + 1);
     glowBytes_.resize(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
+    rowPointers_.resize(static_cast<std::size_t>(2 * radius + 1));
+    const float** rowPointers = rowPointers_.data();
     for (int y = quantTop; y < quantBottom; ++y) {
-        const float* __restrict in = at(glow_, 0, y);
-        std::uint32_t* __restrict out = glowBytes_.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
-        for (int x = 0; x < width; ++x) {
-            const float* p = in + static_cast<std::size_t>(x) * 4;
-            const int alpha = std::min(static_cast<int>(p[3] * 255.0f + 0.5f), 255);
-            // Premultiplied colour never exceeds its alpha, which the compositing below relies on.
-            const int red = std::min(static_cast<int>(p[0] * 255.0f + 0.5f), alpha);
-            const int green = std::min(static_cast<int>(p[1] * 255.0f + 0.5f), alpha);
-            const int blue = std::min(static_cast<int>(p[2] * 255.0f + 0.5f), alpha);
-            out[x] = pack(std::max(alpha, 0), std::max(red, 0), std::max(green, 0), std::max(blue, 0));
+        std::uint32_t* bytesRow = glowBytes_.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
+        for (int k = -radius; k <= radius; ++k) rowPointers[k + radius] = at(glowScratch_, 0, std::clamp(y + k, 0, height - 1));
+        for (int c = 0; c < chunks; ++c) {
+            const std::size_t n = static_cast<std::size_t>(c);
+            const int begin = c * glowChunk, end = std::min(begin + glowChunk, width);
+            if (y < acrossTop_[n] - radius || y >= acrossBottom_[n] + radius) {
+                std::fill(bytesRow + begin, bytesRow + end, 0u);
+                continue;
+            }
+            blurDownToBytes(rowPointers + radius, n * chunkFloats, static_cast<std::size_t>(end - begin), weights, radius,
+                            bytesRow + begin);
+        }
+    }
+    for (int c = 0; c < chunks; ++c) {
+        const std::size_t n = static_cast<std::size_t>(c);
+        for (int y = acrossTop_[n]; y < acrossBottom_[n]; ++y) {
+            float* out = at(glowScratch_, 0, y);
+            std::fill(out + n * chunkFloats, out + std::min((n + 1) * chunkFloats, rowFloats), 0.0f);
         }
     }
 

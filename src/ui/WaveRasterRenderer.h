@@ -59,6 +59,10 @@ private:
 
     DashSprites sprites_;
     std::vector<float> glow_, glowScratch_;  // premultiplied RGBA at glow resolution
+    std::vector<int> strokeTop_, strokeBottom_;  // per chunk of glow columns: the rows stroked
+    std::vector<int> acrossTop_, acrossBottom_;  // ... and the rows holding anything after the pass across
+    std::vector<float> acrossCoverage_;          // one stroke's coverage by column, between its caps
+    std::vector<const float*> rowPointers_;
     std::vector<std::uint32_t> glowBytes_;  // the blurred glow in premultiplied ARGB bytes
     std::vector<std::uint16_t> upper_, lower_;  // one glow row widened to the image's columns, in 256ths
     std::vector<std::uint8_t> upperFilled_, lowerFilled_;  // per run of columns: anything there
