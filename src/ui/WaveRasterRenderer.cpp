@@ -80,14 +80,49 @@ Blur gaussian(double sigma) {
 // Glow columns per chunk: the blur and the clearing skip chunks the strokes never reached.
 constexpr int glowChunk = 16;
 
-// One stretch [from, to) of a glow row (floats, four per pixel) blurred across.
+// One glow pixel's four floats; the blurs keep several pixels' sums in registers at once, so each
+// runs through its kernel without waiting on the one before.
+typedef float Pixel4 __attribute__((vector_size(16)));
+
+inline Pixel4 load(const float* p) {
+    Pixel4 v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+inline void store(float* p, Pixel4 v) { std::memcpy(p, &v, sizeof v); }
+
+// Pixels [from, to) of a glow row (four floats each) blurred across.
 void blurAcross(const float* __restrict in, float* __restrict out, std::size_t from, std::size_t to,
                 const float* weights, int radius) {
-    for (std::size_t i = from; i < to; ++i) out[i] = in[i] * weights[0];
-    for (int k = 1; k <= radius; ++k) {
-        const float w = weights[k];
-        const std::size_t step = static_cast<std::size_t>(k) * 4;
-        for (std::size_t i = from; i < to; ++i) out[i] += (in[i - step] + in[i + step]) * w;
+    const Pixel4 w0{weights[0], weights[0], weights[0], weights[0]};
+    std::size_t p = from;
+    for (; p + 4 <= to; p += 4) {
+        const float* c = in + p * 4;
+        Pixel4 a0 = load(c) * w0, a1 = load(c + 4) * w0, a2 = load(c + 8) * w0, a3 = load(c + 12) * w0;
+        for (int k = 1; k <= radius; ++k) {
+            const Pixel4 w{weights[k], weights[k], weights[k], weights[k]};
+            const std::size_t s = static_cast<std::size_t>(k) * 4;
+            a0 += (load(c - s) + load(c + s)) * w;
+            a1 += (load(c + 4 - s) + load(c + 4 + s)) * w;
+            a2 += (load(c + 8 - s) + load(c + 8 + s)) * w;
+            a3 += (load(c + 12 - s) + load(c + 12 + s)) * w;
+        }
+        float* o = out + p * 4;
+        store(o, a0);
+        store(o + 4, a1);
+        store(o + 8, a2);
+        store(o + 12, a3);
+    }
+    for (; p < to; ++p) {
+        const float* c = in + p * 4;
+        Pixel4 a = load(c) * w0;
+        for (int k = 1; k <= radius; ++k) {
+            const Pixel4 w{weights[k], weights[k], weights[k], weights[k]};
+            const std::size_t s = static_cast<std::size_t>(k) * 4;
+            a += (load(c - s) + load(c + s)) * w;
+        }
+        store(out + p * 4, a);
     }
 }
 
@@ -95,15 +130,23 @@ void blurAcross(const float* __restrict in, float* __restrict out, std::size_t f
 // premultiplied ARGB bytes.
 void blurDownToBytes(const float* const* around, std::size_t from, std::size_t pixels, const float* weights,
                      int radius, std::uint32_t* __restrict out) {
-    float sum[glowChunk * 4];
-    const std::size_t floats = pixels * 4;
-    const float* centre = around[0] + from;
-    for (std::size_t i = 0; i < floats; ++i) sum[i] = centre[i] * weights[0];
-    for (int k = 1; k <= radius; ++k) {
-        const float w = weights[k];
-        const float* __restrict above = around[-k] + from;
-        const float* __restrict below = around[k] + from;
-        for (std::size_t i = 0; i < floats; ++i) sum[i] += (above[i] + below[i]) * w;
+    // Always a whole chunk (the rows have room past their end), eight pixels' sums at a time.
+    alignas(16) float sum[glowChunk * 4];
+    const Pixel4 w0{weights[0], weights[0], weights[0], weights[0]};
+    for (int half = 0; half < glowChunk; half += 8) {
+        const std::size_t base = from + static_cast<std::size_t>(half) * 4;
+        Pixel4 a[8];
+#pragma GCC unroll 8
+        for (int j = 0; j < 8; ++j) a[j] = load(around[0] + base + static_cast<std::size_t>(j) * 4) * w0;
+        for (int k = 1; k <= radius; ++k) {
+            const Pixel4 w{weights[k], weights[k], weights[k], weights[k]};
+            const float* above = around[-k] + base;
+            const float* below = around[k] + base;
+#pragma GCC unroll 8
+            for (int j = 0; j < 8; ++j) a[j] += (load(above + j * 4) + load(below + j * 4)) * w;
+        }
+#pragma GCC unroll 8
+        for (int j = 0; j < 8; ++j) store(sum + (half + j) * 4, a[j]);
     }
     for (std::size_t x = 0; x < pixels; ++x) {
         const float* p = sum + x * 4;
@@ -252,7 +295,8 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const Q
     const std::size_t size = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4;
     if (glow_.size() != size) {
         glow_.assign(size, 0.0f);
-        glowScratch_.assign(size, 0.0f);
+        // Room for a whole chunk past the last row's end.
+        glowScratch_.assign(size + static_cast<std::size_t>(glowChunk) * 4, 0.0f);
     }
 
     // Only the rows the glow can reach this frame: the strokes' rows, widened by the kernel.
@@ -344,7 +388,6 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const Q
     }
     const float* weights = blur.weights.data();
     const std::size_t rowFloats = static_cast<std::size_t>(width) * 4;
-    const std::size_t reach = static_cast<std::size_t>(radius) * 4;
     constexpr std::size_t chunkFloats = glowChunk * 4;
     for (int y = acrossFirst; y < acrossLast; ++y) {
         float* in = at(glow_, 0, y);
@@ -352,8 +395,8 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const Q
         for (int c = 0; c < chunks; ++c) {
             const std::size_t n = static_cast<std::size_t>(c);
             if (y < acrossTop_[n] || y >= acrossBottom_[n]) continue;
-            const std::size_t from = std::max(n * chunkFloats, reach);
-            const std::size_t to = std::min((n + 1) * chunkFloats, rowFloats - reach);
+            const std::size_t from = std::max(n * glowChunk, static_cast<std::size_t>(radius));
+            const std::size_t to = std::min((n + 1) * glowChunk, static_cast<std::size_t>(width - radius));
             blurAcross(in, out, from, to, weights, radius);
         }
         for (int c = 0; c < chunks; ++c) {
