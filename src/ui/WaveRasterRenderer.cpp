@@ -40,7 +40,7 @@ inline void blend(std::uint32_t& pixel, const Colour& colour, float alpha) {
 }
 
 // The glow targets of the GL path hold bytes.
-inline float quantize(float unit) { return std::round(unit * 255.0f) * (1.0f / 255.0f); }
+inline float quantize(float unit) { return static_cast<float>(static_cast<int>(unit * 255.0f + 0.5f)) * (1.0f / 255.0f); }
 
 // Pixels whose centres lie in [from, to).
 inline std::pair<int, int> centresWithin(double from, double to) {
@@ -459,7 +459,9 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const Q
         column1_[static_cast<std::size_t>(i)] = std::clamp(static_cast<int>(floorU) + 1, 0, width - 1);
         columnWeight_[static_cast<std::size_t>(i)] = static_cast<std::uint16_t>((u - floorU) * 256.0f + 0.5f);
     }
-    const std::size_t wideSize = static_cast<std::size_t>(runs) * run * 4;
+    // Per run: the four channels of each column, then its alpha four times over, so mixing and
+    // compositing run channel by channel over flat arrays.
+    const std::size_t wideSize = static_cast<std::size_t>(runs) * run * 8;
     upper_.assign(wideSize, 0);
     lower_.assign(wideSize, 0);
     upperFilled_.assign(static_cast<std::size_t>(runs), 0);
@@ -473,9 +475,9 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const Q
             for (int g = column0_[static_cast<std::size_t>(begin)]; g <= column1_[static_cast<std::size_t>(end - 1)]; ++g) {
                 any |= glowRowBytes[g];
             }
-            std::uint16_t* wide = out.data() + static_cast<std::size_t>(begin) * 4;
+            std::uint16_t* wide = out.data() + static_cast<std::size_t>(begin) * 8;
             if (any == 0) {
-                if (filled[static_cast<std::size_t>(r)]) std::fill(wide, wide + run * 4, std::uint16_t(0));
+                if (filled[static_cast<std::size_t>(r)]) std::fill(wide, wide + run * 8, std::uint16_t(0));
                 filled[static_cast<std::size_t>(r)] = 0;
                 continue;
             }
@@ -484,15 +486,16 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const Q
                 const std::size_t n = static_cast<std::size_t>(i);
                 const std::uint32_t a = glowRowBytes[column0_[n]], b = glowRowBytes[column1_[n]];
                 const std::uint32_t f = columnWeight_[n], keep = 256 - f;
-                std::uint16_t* w = out.data() + n * 4;
+                std::uint16_t* w = wide + static_cast<std::size_t>(i - begin) * 4;
                 for (int c = 0; c < 4; ++c) {
                     w[c] = static_cast<std::uint16_t>(((a >> (8 * c)) & 0xFF) * keep + ((b >> (8 * c)) & 0xFF) * f);
                 }
+                for (int c = 0; c < 4; ++c) w[run * 4 + c] = w[3];
             }
         }
     };
     int upperRow = -1, lowerRow = -1;
-    alignas(16) std::uint8_t mixed[run * 4];
+    alignas(16) std::uint8_t mixed[run * 8];
     for (int py = first; py < last; ++py) {
         const float v = (static_cast<float>(py) + 0.5f - static_cast<float>(originY)) * gs + margin - 0.5f;
         const float floorV = std::floor(v);
@@ -517,25 +520,18 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const Q
         for (int r = 0; r < runs; ++r) {
             if (!(upperFilled_[static_cast<std::size_t>(r)] | lowerFilled_[static_cast<std::size_t>(r)])) continue;
             const int begin = r * run, count = std::min(run, columns - begin);
-            const std::uint16_t* __restrict upper = upper_.data() + static_cast<std::size_t>(begin) * 4;
-            const std::uint16_t* __restrict lower = lower_.data() + static_cast<std::size_t>(begin) * 4;
-            for (int j = 0; j < run * 4; ++j) {
+            const std::uint16_t* __restrict upper = upper_.data() + static_cast<std::size_t>(begin) * 8;
+            const std::uint16_t* __restrict lower = lower_.data() + static_cast<std::size_t>(begin) * 8;
+            for (int j = 0; j < run * 8; ++j) {
                 mixed[j] = static_cast<std::uint8_t>((upper[j] * keep + lower[j] * f + 32768) >> 16);
             }
-            std::uint32_t* __restrict out = row + begin;
-            for (int i = 0; i < count; ++i) {
-                std::uint32_t source;
-                std::memcpy(&source, mixed + i * 4, 4);
-                if (source == 0) continue;
-                // Premultiplied source-over in integers, two channels at a time; each channel stays
-                // within a byte because premultiplied colour never exceeds its alpha.
-                const std::uint32_t rest = 255 - (source >> 24);
-                const std::uint32_t d = out[i];
-                std::uint32_t rb = (d & 0xFF00FF) * rest + 0x800080;
-                rb = ((rb + ((rb >> 8) & 0xFF00FF)) >> 8) & 0xFF00FF;
-                std::uint32_t ag = ((d >> 8) & 0xFF00FF) * rest + 0x800080;
-                ag = (ag + ((ag >> 8) & 0xFF00FF)) & 0xFF00FF00;
-                out[i] = source + rb + ag;
+            // Premultiplied source-over, channel by channel: source + destination x (255 - alpha) / 255,
+            // rounded; each channel stays within a byte because premultiplied colour never exceeds
+            // its alpha.
+            auto* __restrict out = reinterpret_cast<std::uint8_t*>(row + begin);
+            for (int j = 0; j < count * 4; ++j) {
+                const std::uint32_t scaled = out[j] * (255u - mixed[run * 4 + j]) + 128;
+                out[j] = static_cast<std::uint8_t>(mixed[j] + ((scaled + (scaled >> 8)) >> 8));
             }
         }
     }
