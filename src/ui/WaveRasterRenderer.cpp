@@ -434,7 +434,7 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const Q
         }
     }
 
-    // Scaled up (bilinear, texel centres at half pixels, weights in 256ths) over the canvas rows the
+    // Scaled up (bilinear, texel centres at half pixels, weights in sixteenths) over the canvas rows the
     // glow reached. Each glow row is widened once to the image's columns, in runs of `run` columns;
     // a run whose glow is empty in both rows an image row mixes is skipped.
     const double originX = canvas.x * scale, originY = canvas.y * scale;
@@ -457,7 +457,7 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const Q
         const float floorU = std::floor(u);
         column0_[static_cast<std::size_t>(i)] = std::clamp(static_cast<int>(floorU), 0, width - 1);
         column1_[static_cast<std::size_t>(i)] = std::clamp(static_cast<int>(floorU) + 1, 0, width - 1);
-        columnWeight_[static_cast<std::size_t>(i)] = static_cast<std::uint16_t>((u - floorU) * 256.0f + 0.5f);
+        columnWeight_[static_cast<std::size_t>(i)] = static_cast<std::uint16_t>((u - floorU) * 16.0f + 0.5f);
     }
     // Per run: the four channels of each column, then its alpha four times over, so mixing and
     // compositing run channel by channel over flat arrays.
@@ -485,7 +485,7 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const Q
             for (int i = begin; i < end; ++i) {
                 const std::size_t n = static_cast<std::size_t>(i);
                 const std::uint32_t a = glowRowBytes[column0_[n]], b = glowRowBytes[column1_[n]];
-                const std::uint32_t f = columnWeight_[n], keep = 256 - f;
+                const std::uint32_t f = columnWeight_[n], keep = 16 - f;
                 std::uint16_t* w = wide + static_cast<std::size_t>(i - begin) * 4;
                 for (int c = 0; c < 4; ++c) {
                     w[c] = static_cast<std::uint16_t>(((a >> (8 * c)) & 0xFF) * keep + ((b >> (8 * c)) & 0xFF) * f);
@@ -501,7 +501,8 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const Q
         const float floorV = std::floor(v);
         const int row0 = std::clamp(static_cast<int>(floorV), 0, height - 1);
         const int row1 = std::clamp(static_cast<int>(floorV) + 1, 0, height - 1);
-        const std::uint32_t f = static_cast<std::uint32_t>((v - floorV) * 256.0f + 0.5f), keep = 256 - f;
+        const auto f = static_cast<std::uint16_t>((v - floorV) * 16.0f + 0.5f);
+        const auto keep = static_cast<std::uint16_t>(16 - f);
         if (row0 != upperRow) {
             if (row0 == lowerRow) {
                 std::swap(upper_, lower_);
@@ -523,15 +524,18 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const Q
             const std::uint16_t* __restrict upper = upper_.data() + static_cast<std::size_t>(begin) * 8;
             const std::uint16_t* __restrict lower = lower_.data() + static_cast<std::size_t>(begin) * 8;
             for (int j = 0; j < run * 8; ++j) {
-                mixed[j] = static_cast<std::uint8_t>((upper[j] * keep + lower[j] * f + 32768) >> 16);
+                // At most 255 x 16 x 16: sixteen bits suffice, so the compiler can use 16-bit lanes.
+                const auto sum = static_cast<std::uint16_t>(static_cast<std::uint16_t>(upper[j] * keep) +
+                                                            static_cast<std::uint16_t>(lower[j] * f) + 128);
+                mixed[j] = static_cast<std::uint8_t>(sum >> 8);
             }
             // Premultiplied source-over, channel by channel: source + destination x (255 - alpha) / 255,
             // rounded; each channel stays within a byte because premultiplied colour never exceeds
             // its alpha.
             auto* __restrict out = reinterpret_cast<std::uint8_t*>(row + begin);
             for (int j = 0; j < count * 4; ++j) {
-                const std::uint32_t scaled = out[j] * (255u - mixed[run * 4 + j]) + 128;
-                out[j] = static_cast<std::uint8_t>(mixed[j] + ((scaled + (scaled >> 8)) >> 8));
+                const auto scaled = static_cast<std::uint16_t>(out[j] * (255 - mixed[run * 4 + j]) + 128);
+                out[j] = static_cast<std::uint8_t>(mixed[j] + (static_cast<std::uint16_t>(scaled + (scaled >> 8)) >> 8));
             }
         }
     }

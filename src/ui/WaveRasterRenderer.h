@@ -64,7 +64,7 @@ private:
     std::vector<float> acrossCoverage_;          // one stroke's coverage by column, between its caps
     std::vector<const float*> rowPointers_;
     std::vector<std::uint32_t> glowBytes_;  // the blurred glow in premultiplied ARGB bytes
-    std::vector<std::uint16_t> upper_, lower_;  // one glow row widened to the image's columns, in 256ths
+    std::vector<std::uint16_t> upper_, lower_;  // one glow row widened to the image's columns, in sixteenths
     std::vector<std::uint8_t> upperFilled_, lowerFilled_;  // per run of columns: anything there
     std::vector<int> column0_, column1_;    // the glow columns under each image column
     std::vector<std::uint16_t> columnWeight_;
