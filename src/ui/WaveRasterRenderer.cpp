@@ -613,6 +613,11 @@ void WaveRasterRenderer::drawBars(const WaveFrame& frame, QImage& image, const Q
         const float h = static_cast<float>(bar.halfHeight * scale);
         const float pathLength = 2 * h;
         const float strokeOpacity = static_cast<float>(WaveOpacity::stroke) * intensity;
+        // A sprite coverage c (0...255) gives the alpha (c x opacityScale) / 2^16 in 256ths.
+        const auto opacityScale =
+            static_cast<std::uint32_t>(std::clamp(strokeOpacity, 0.0f, 1.0f) * (256.0f * 65536.0f / 255.0f) + 0.5f);
+        const auto redBlue = (static_cast<std::uint32_t>(colour.red) << 16) | static_cast<std::uint32_t>(colour.blue);
+        const auto alphaGreen = (255u << 16) | static_cast<std::uint32_t>(colour.green);
 
         // The sprite at the nearest sixteenth of a pixel.
         const long long xSteps = std::llround(x * phases);
@@ -640,8 +645,14 @@ void WaveRasterRenderer::drawBars(const WaveFrame& frame, QImage& image, const Q
             if (along < spriteEnd && spriteRow < sprites.rows) {
                 const std::uint8_t* cover = sprite + spriteRow * sprites.columns;
                 for (int px = left; px < right; ++px) {
-                    const std::uint8_t c = cover[px - baseX];
-                    if (c) blend(row[px], colour, strokeOpacity * (static_cast<float>(c) * (1.0f / 255.0f)));
+                    const std::uint32_t c = cover[px - baseX];
+                    if (c == 0) continue;
+                    // Source-over in integers, alpha in 256ths, two channels at a time.
+                    const std::uint32_t a = (c * opacityScale + 32768) >> 16, keep = 256 - a;
+                    const std::uint32_t d = row[px];
+                    const std::uint32_t rb = ((redBlue * a + (d & 0xFF00FF) * keep + 0x800080) >> 8) & 0xFF00FF;
+                    const std::uint32_t ag = (alphaGreen * a + ((d >> 8) & 0xFF00FF) * keep + 0x800080) & 0xFF00FF00;
+                    row[px] = rb | ag;
                 }
             } else {
                 const float trueAlong = static_cast<float>(py + 0.5 - upperEnd);
