@@ -39,9 +39,6 @@ inline void blend(std::uint32_t& pixel, const Colour& colour, float alpha) {
                  static_cast<int>(b + 0.5f));
 }
 
-// The glow targets of the GL path hold bytes.
-inline float quantize(float unit) { return static_cast<float>(static_cast<int>(unit * 255.0f + 0.5f)) * (1.0f / 255.0f); }
-
 // Pixels whose centres lie in [from, to).
 inline std::pair<int, int> centresWithin(double from, double to) {
     return {static_cast<int>(std::ceil(from - 0.5)), static_cast<int>(std::ceil(to - 0.5))};
@@ -83,6 +80,7 @@ constexpr int glowChunk = 16;
 // One glow pixel's four floats; the blurs keep several pixels' sums in registers at once, so each
 // runs through its kernel without waiting on the one before.
 typedef float Pixel4 __attribute__((vector_size(16)));
+typedef int Integer4 __attribute__((vector_size(16)));
 
 inline Pixel4 load(const float* p) {
     Pixel4 v;
@@ -344,7 +342,7 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const Q
         }
         const float opacity = static_cast<float>(WaveOpacity::glow * bar.intensity);
         const Colour colour = bytes(bar.glowColor);
-        const float red = colour.red / 255.0f, green = colour.green / 255.0f, blue = colour.blue / 255.0f;
+        const Pixel4 source{colour.red / 255.0f, colour.green / 255.0f, colour.blue / 255.0f, 1.0f};
         for (int px = left; px < right; ++px) {
             const float dx = static_cast<float>(px) + 0.5f - x;
             across[px - left] = opacity * coverage(std::fabs(dx) - 0.5f * strokeWidth, strokeWidth);
@@ -362,11 +360,10 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const Q
                     a = opacity * coverage(std::sqrt(dx * dx + outside * outside) - 0.5f * strokeWidth, strokeWidth);
                 }
                 if (a <= 0) continue;
-                const float keep = 1 - a;
-                p[0] = quantize(red * a + p[0] * keep);
-                p[1] = quantize(green * a + p[1] * keep);
-                p[2] = quantize(blue * a + p[2] * keep);
-                p[3] = quantize(a + p[3] * keep);
+                // Rounded to bytes, as the GL path's glow target holds them.
+                const Pixel4 mixed = source * a + load(p) * (1 - a);
+                store(p, __builtin_convertvector(__builtin_convertvector(mixed * 255.0f + 0.5f, Integer4), Pixel4) *
+                             (1.0f / 255.0f));
             }
         }
     }
