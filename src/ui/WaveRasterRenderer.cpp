@@ -248,19 +248,21 @@ QRect WaveRasterRenderer::drawCanvas(const WaveFrame& frame, QImage& image, cons
     const std::uint32_t packed =
         pack(toByte(static_cast<float>(fill.alpha)), toByte(static_cast<float>(fill.red)),
              toByte(static_cast<float>(fill.green)), toByte(static_cast<float>(fill.blue)));
+    // QImage::scanLine() checks for sharing on every call: take the pixels once.
+    const Target target{image.bits(), static_cast<std::ptrdiff_t>(image.bytesPerLine())};
     for (int y = clip.top(); y <= clip.bottom(); ++y) {
-        auto* row = reinterpret_cast<std::uint32_t*>(image.scanLine(y));
+        auto* row = reinterpret_cast<std::uint32_t*>(target.scanLine(y));
         std::fill(row + clip.left(), row + clip.right() + 1, packed);
     }
     if (frame.layout.bars.empty()) return clip;
     // The GL path's order: baseline, the blurred glow over it, then the bars.
-    drawBaseline(frame, image, clip, scale);
-    drawGlow(frame, image, clip, scale);
-    drawBars(frame, image, clip, scale);
+    drawBaseline(frame, target, clip, scale);
+    drawGlow(frame, target, clip, scale);
+    drawBars(frame, target, clip, scale);
     return clip;
 }
 
-void WaveRasterRenderer::drawBaseline(const WaveFrame& frame, QImage& image, const QRect& clip, double scale) {
+void WaveRasterRenderer::drawBaseline(const WaveFrame& frame, const Target& image, const QRect& clip, double scale) {
     const WaveLayout& layout = frame.layout;
     const RectF& canvas = frame.composition.waveform;
     const float lineWidth = static_cast<float>(layout.baselineWidth * scale);
@@ -276,30 +278,43 @@ void WaveRasterRenderer::drawBaseline(const WaveFrame& frame, QImage& image, con
     right = std::min(right, clip.right() + 1);
     top = std::max(top, clip.top());
     bottom = std::min(bottom, clip.bottom() + 1);
+    if (left >= right || top >= bottom) return;
+    // The gradient's colour depends on the column alone: worked out once for all the line's rows.
+    const std::size_t columns = static_cast<std::size_t>(right - left);
+    baselineColours_.resize(columns * 4);
+    for (int px = left; px < right; ++px) {
+        const float dx = static_cast<float>(px) + 0.5f - x0;
+        RgbaColor c = layout.baselineStops[0].color;
+        if (stopCount > 1) {
+            const double position = std::clamp(dx / length, 0.0f, 1.0f) * (stopCount - 1);
+            const int lower = std::min(static_cast<int>(std::floor(position)), stopCount - 2);
+            c = layout.baselineStops[static_cast<std::size_t>(lower)].color.blended(
+                position - lower, layout.baselineStops[static_cast<std::size_t>(lower + 1)].color);
+        }
+        const std::size_t n = static_cast<std::size_t>(px - left);
+        float* stored = baselineColours_.data() + n * 4;
+        stored[0] = static_cast<float>(c.red * 255);
+        stored[1] = static_cast<float>(c.green * 255);
+        stored[2] = static_cast<float>(c.blue * 255);
+        stored[3] = static_cast<float>(c.alpha);
+    }
     for (int py = top; py < bottom; ++py) {
         auto* row = reinterpret_cast<std::uint32_t*>(image.scanLine(py));
         const float dy = static_cast<float>(py) + 0.5f - y;
+        // Between the ends the coverage depends on the row alone.
+        const float inner = coverage(std::fabs(dy) - 0.5f * lineWidth, lineWidth);
         for (int px = left; px < right; ++px) {
             const float dx = static_cast<float>(px) + 0.5f - x0;
             const float outside = std::max(std::max(-dx, dx - length), 0.0f);
-            float a = coverage(std::sqrt(outside * outside + dy * dy) - 0.5f * lineWidth, lineWidth);
+            float a = outside > 0 ? coverage(std::sqrt(outside * outside + dy * dy) - 0.5f * lineWidth, lineWidth) : inner;
             if (a <= 0) continue;
-            RgbaColor c = layout.baselineStops[0].color;
-            if (stopCount > 1) {
-                const double position = std::clamp(dx / length, 0.0f, 1.0f) * (stopCount - 1);
-                const int lower = std::min(static_cast<int>(std::floor(position)), stopCount - 2);
-                c = layout.baselineStops[static_cast<std::size_t>(lower)].color.blended(
-                    position - lower, layout.baselineStops[static_cast<std::size_t>(lower + 1)].color);
-            }
-            a *= static_cast<float>(c.alpha);
-            const Colour colour{static_cast<float>(c.red * 255), static_cast<float>(c.green * 255),
-                                static_cast<float>(c.blue * 255)};
-            blend(row[px], colour, a);
+            const float* c = baselineColours_.data() + static_cast<std::size_t>(px - left) * 4;
+            blend(row[px], Colour{c[0], c[1], c[2]}, a * c[3]);
         }
     }
 }
 
-void WaveRasterRenderer::drawGlow(const WaveFrame& frame, QImage& image, const QRect& clip, double scale) {
+void WaveRasterRenderer::drawGlow(const WaveFrame& frame, const Target& image, const QRect& clip, double scale) {
     const WaveLayout& layout = frame.layout;
     const RectF& canvas = frame.composition.waveform;
     const double sigma = layout.glowRadius * scale;
@@ -594,7 +609,7 @@ void WaveRasterRenderer::ensureSprites(double barWidth, double dashOn, double pe
     }
 }
 
-void WaveRasterRenderer::drawBars(const WaveFrame& frame, QImage& image, const QRect& clip, double scale) {
+void WaveRasterRenderer::drawBars(const WaveFrame& frame, const Target& image, const QRect& clip, double scale) {
     const WaveLayout& layout = frame.layout;
     const RectF& canvas = frame.composition.waveform;
     const float w = static_cast<float>(layout.barWidth * scale);

@@ -52,12 +52,20 @@ private:
         static constexpr int phases = 16;
     };
 
+    // The image's pixels, taken once per frame.
+    struct Target {
+        std::uint8_t* bits;
+        std::ptrdiff_t stride;
+        std::uint8_t* scanLine(int y) const { return bits + y * stride; }
+    };
+
     void ensureSprites(double barWidth, double dashOn, double period, double length);
-    void drawBaseline(const WaveFrame& frame, QImage& image, const QRect& clip, double scale);
-    void drawGlow(const WaveFrame& frame, QImage& image, const QRect& clip, double scale);
-    void drawBars(const WaveFrame& frame, QImage& image, const QRect& clip, double scale);
+    void drawBaseline(const WaveFrame& frame, const Target& image, const QRect& clip, double scale);
+    void drawGlow(const WaveFrame& frame, const Target& image, const QRect& clip, double scale);
+    void drawBars(const WaveFrame& frame, const Target& image, const QRect& clip, double scale);
 
     DashSprites sprites_;
+    std::vector<float> baselineColours_;  // the baseline's gradient by column: red, green, blue (0...255), alpha
     std::vector<float> glow_, glowScratch_;  // premultiplied RGBA at glow resolution
     std::vector<int> strokeTop_, strokeBottom_;  // per chunk of glow columns: the rows stroked
     std::vector<int> acrossTop_, acrossBottom_;  // ... and the rows holding anything after the pass across
