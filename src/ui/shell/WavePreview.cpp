@@ -7,6 +7,7 @@
 #include "core/Clock.h"
 #include "ui/FrameTicker.h"
 #include "ui/OffscreenWaveRenderer.h"
+#include "ui/OverlayWindow.h"
 #include "ui/VisualizerPainter.h"
 
 namespace lorvane {
@@ -70,6 +71,12 @@ WavePreview::WavePreview(const OverlayPreferences& preferences, const Visualizer
 
 WavePreview::~WavePreview() = default;
 
+void WavePreview::setOpenGlAllowed(bool allowed) {
+    glAllowed_ = allowed;
+    glTried_ = !allowed;
+    onCpu_ = false;
+}
+
 bool WavePreview::isAnimating() const { return ticker_->isRunning(); }
 
 QSize WavePreview::sizeHint() const { return {fontMetrics().averageCharWidth() * 40, fontMetrics().height() * 4}; }
@@ -95,6 +102,21 @@ QImage WavePreview::renderFrame(const QSize& size, double devicePixelRatio) {
     const double inset = size.height() * 0.1;
     const RectF canvas{inset, inset, size.width() - 2 * inset, size.height() - 2 * inset};
     const WaveLayout layout = view_.layout({canvas.width, canvas.height}, clock_->now());
+    // The overlay's rule: where OpenGL runs in software (or the setting says so) the CPU path draws.
+    const RendererChoice choice = view_.preferences().renderer();
+    if (glAllowed_ && (!pathChosen_ || choice != chosenFor_)) {
+        pathChosen_ = true;
+        chosenFor_ = choice;
+        onCpu_ = currentDrawingPath(choice) == DrawingPath::cpu;
+    }
+    if (onCpu_) {
+        WaveFrame frame;
+        frame.panel = {static_cast<double>(size.width()), static_cast<double>(size.height())};
+        frame.composition.waveform = canvas;
+        frame.layout = layout;
+        if (!rasterRenderer_) rasterRenderer_ = std::make_unique<WaveRasterRenderer>();
+        return rasterRenderer_->render(frame, devicePixelRatio, opaqueBackground);
+    }
     if (!glTried_) {
         glTried_ = true;
         auto renderer = std::make_unique<OffscreenWaveRenderer>();

@@ -15,6 +15,7 @@ namespace lorvane {
 
 class FrameTicker;
 class OffscreenWaveRenderer;
+class WaveRasterRenderer;
 class Clock;
 class ReferenceDateClock;
 
@@ -31,8 +32,9 @@ public:
     // The wave's time source (seconds since 1 January 2001 UTC); a fixed clock gives repeatable pictures.
     // It must outlive the preview.
     void setClock(const Clock& clock) { clock_ = &clock; }
-    // Draw without OpenGL even where it exists (pictures that must not depend on the GL driver).
-    void setOpenGlAllowed(bool allowed) { glTried_ = !allowed; }
+    // Draw with QPainter, neither OpenGL nor the CPU drawing path (pictures that must not depend on
+    // the GL driver).
+    void setOpenGlAllowed(bool allowed);
 
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override;
@@ -53,6 +55,12 @@ private:
     // Made on first use; stays empty (and the painter draws) where OpenGL is missing.
     std::unique_ptr<OffscreenWaveRenderer> glRenderer_;
     bool glTried_ = false;
+    bool glAllowed_ = true;
+    // The drawing path, chosen as the overlay chooses it, again when the setting changes.
+    std::unique_ptr<WaveRasterRenderer> rasterRenderer_;
+    bool pathChosen_ = false;
+    bool onCpu_ = false;
+    RendererChoice chosenFor_ = RendererChoice::automatic;
     long long framesDrawn_ = 0;
     WaveColor lastDrawnColor_ = WaveColor::cyan;
 };
