@@ -13,6 +13,8 @@
 //   NaiveRaster/N       the approach this replaces: QPainter on a raster image with antialiased, dashed,
 //                       round-capped pens and a three-pass box blur of the glow layer
 // N = 369 is a 1920-point band (138 high), N = 640 a 3328-point or wider one (420 high, as in the fog).
+//   CpuCompactBand1920, CpuFog3840   the CPU path on the canvases the overlay draws: the compact band
+//                       on a 1920x1080 screen and the fog on a 3840x2160 one
 #include <benchmark/benchmark.h>
 
 #include <QGuiApplication>
@@ -214,9 +216,8 @@ void NaiveRaster(benchmark::State& state) {
 }
 BENCHMARK(NaiveRaster)->Arg(369)->Arg(640)->Unit(benchmark::kMillisecond);
 
-void CpuCanvas(benchmark::State& state) {
+void drawOnCpu(benchmark::State& state, SizeF canvas, OverlayDisplayMode mode) {
     const auto spectrum = liveSpectrum();
-    const SizeF canvas = canvasFor(static_cast<int>(state.range(0)));
     const SizeF panel{canvas.width, canvas.height + 12};
     WaveFrame frame;
     frame.panel = panel;
@@ -227,12 +228,27 @@ void CpuCanvas(benchmark::State& state) {
     image.fill(Qt::transparent);
     double t = 700000000;
     for (auto _ : state) {
-        frame.layout = layoutWave(inputs(spectrum), canvas, t += 1.0 / 30);
+        WaveInputs in = inputs(spectrum);
+        in.displayMode = mode;
+        frame.layout = layoutWave(in, canvas, t += 1.0 / 30);
         cpu.drawCanvas(frame, image, {0, 0, 0, 0});
         benchmark::DoNotOptimize(image.constBits());
     }
 }
+
+void CpuCanvas(benchmark::State& state) {
+    drawOnCpu(state, canvasFor(static_cast<int>(state.range(0))), OverlayDisplayMode::compact);
+}
 BENCHMARK(CpuCanvas)->Arg(369)->Arg(640)->Unit(benchmark::kMillisecond);
+
+// The canvases the overlay draws at 1x: the compact band on a 1920x1080 screen, the fog on a 3840x2160 one.
+void CpuCompactBand1920(benchmark::State& state) {
+    drawOnCpu(state, {1920, 258}, OverlayDisplayMode::compact);
+}
+BENCHMARK(CpuCompactBand1920)->Unit(benchmark::kMillisecond);
+
+void CpuFog3840(benchmark::State& state) { drawOnCpu(state, {3840, 420}, OverlayDisplayMode::fullscreenFog); }
+BENCHMARK(CpuFog3840)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

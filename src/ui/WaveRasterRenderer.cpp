@@ -81,6 +81,14 @@ constexpr int glowChunk = 16;
 // runs through its kernel without waiting on the one before.
 typedef float Pixel4 __attribute__((vector_size(16)));
 typedef int Integer4 __attribute__((vector_size(16)));
+typedef std::uint8_t Bytes4 __attribute__((vector_size(4)));
+
+// One stroke pixel's four bytes as floats.
+inline Pixel4 widen(const std::uint8_t* p) {
+    Bytes4 b;
+    std::memcpy(&b, p, sizeof b);
+    return __builtin_convertvector(b, Pixel4);
+}
 
 inline Pixel4 load(const float* p) {
     Pixel4 v;
@@ -171,11 +179,11 @@ LORVANE_WIDE_VECTORS void blurDownToBytes(const float* const* around, std::size_
     }
     for (std::size_t x = 0; x < pixels; ++x) {
         const float* p = sum + x * 4;
-        const int alpha = std::clamp(static_cast<int>(p[3] * 255.0f + 0.5f), 0, 255);
+        const int alpha = std::clamp(static_cast<int>(p[3] + 0.5f), 0, 255);
         // Premultiplied colour never exceeds its alpha, which the compositing relies on.
-        const int red = std::clamp(static_cast<int>(p[0] * 255.0f + 0.5f), 0, alpha);
-        const int green = std::clamp(static_cast<int>(p[1] * 255.0f + 0.5f), 0, alpha);
-        const int blue = std::clamp(static_cast<int>(p[2] * 255.0f + 0.5f), 0, alpha);
+        const int red = std::clamp(static_cast<int>(p[0] + 0.5f), 0, alpha);
+        const int green = std::clamp(static_cast<int>(p[1] + 0.5f), 0, alpha);
+        const int blue = std::clamp(static_cast<int>(p[2] + 0.5f), 0, alpha);
         out[x] = pack(alpha, red, green, blue);
     }
 }
@@ -329,8 +337,9 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, const Target& image, c
     const int width = innerWidth + 2 * margin;
     const int height = innerHeight + 2 * margin;
     const std::size_t size = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4;
-    if (glow_.size() != size) {
-        glow_.assign(size, 0.0f);
+    if (strokes_.size() != size || strokeRow_.size() != static_cast<std::size_t>(width) * 4) {
+        strokes_.assign(size, 0);
+        strokeRow_.assign(static_cast<std::size_t>(width) * 4, 0.0f);
         // Room for a whole chunk past the last row's end.
         glowScratch_.assign(size + static_cast<std::size_t>(glowChunk) * 4, 0.0f);
     }
@@ -349,59 +358,81 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, const Target& image, c
         return buffer.data() + (static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x)) * 4;
     };
 
-    // Both float buffers are all clear between frames; the rows each chunk of columns was stroked in
+    // The strokes and the blur across are all clear between frames; the rows each chunk of columns was stroked in
     // (and, after the pass across, holds anything in) bound the work and the clearing afterwards.
     const int chunks = (width + glowChunk - 1) / glowChunk;
     strokeTop_.assign(static_cast<std::size_t>(chunks), height);
     strokeBottom_.assign(static_cast<std::size_t>(chunks), 0);
 
-    // The strokes: solid round-capped segments, clipped to the canvas. Between the caps a stroke's
-    // coverage depends on the column alone.
+    // The strokes: solid round-capped segments, clipped to the canvas.
     const float strokeWidth = static_cast<float>(layout.glowLineWidth * toGlow);
     const float quadHalfWidth = static_cast<float>(layout.glowLineWidth * 0.5 * toGlow + 1.5);
     const float midY = static_cast<float>(margin + layout.midY * toGlow);
     acrossCoverage_.resize(static_cast<std::size_t>(std::ceil(2 * quadHalfWidth)) + 2);
-    float* across = acrossCoverage_.data();
+    alone_.resize(acrossCoverage_.size());
     for (const WaveBar& bar : layout.bars) {
         const float x = static_cast<float>(margin + bar.x * toGlow);
         const float h = static_cast<float>(bar.halfHeight * toGlow);
-        const float quadHalfHeight = h + 0.5f * strokeWidth + 1.5f;
-        auto [left, right] = centresWithin(x - quadHalfWidth, x + quadHalfWidth);
-        auto [first, last] = centresWithin(midY - quadHalfHeight, midY + quadHalfHeight);
-        left = std::max(left, margin);
-        right = std::min({right, margin + innerWidth, left + static_cast<int>(acrossCoverage_.size())});
+        // Coverage ends half a pixel beyond the stroke's edge.
+        const float reachY = h + 0.5f * strokeWidth + 0.5f;
+        auto [quadLeft, quadRight] = centresWithin(x - quadHalfWidth, x + quadHalfWidth);
+        auto [first, last] = centresWithin(midY - reachY, midY + reachY);
+        quadRight = std::min(quadRight, quadLeft + static_cast<int>(acrossCoverage_.size()));
         first = std::max(first, margin);
         last = std::min(last, margin + innerHeight);
-        if (left >= right || first >= last) continue;
+        if (quadLeft >= quadRight || first >= last) continue;
+        const float opacity = static_cast<float>(WaveOpacity::glow * bar.intensity);
+        const Colour colour = bytes(bar.glowColor);
+        const Pixel4 source{colour.red, colour.green, colour.blue, 255.0f};
+        // Between the caps a stroke's coverage depends on the column alone, and so does the pixel
+        // it leaves where nothing was stroked before.
+        float* across = acrossCoverage_.data() - quadLeft;
+        std::uint32_t* alone = alone_.data() - quadLeft;
+        int left = quadRight, right = quadLeft;
+        for (int px = quadLeft; px < quadRight; ++px) {
+            const float dx = static_cast<float>(px) + 0.5f - x;
+            const float a = opacity * coverage(std::fabs(dx) - 0.5f * strokeWidth, strokeWidth);
+            across[px] = a;
+            const Bytes4 rounded = __builtin_convertvector(__builtin_convertvector(source * a + 0.5f, Integer4), Bytes4);
+            std::memcpy(&alone[px], &rounded, sizeof rounded);
+            if (a > 0) {
+                left = std::min(left, px);
+                right = px + 1;
+            }
+        }
+        // The caps cover no column the middle does not.
+        left = std::max(left, margin);
+        right = std::min(right, margin + innerWidth);
+        if (left >= right) continue;
         for (int c = left / glowChunk; c <= (right - 1) / glowChunk; ++c) {
             const std::size_t n = static_cast<std::size_t>(c);
             strokeTop_[n] = std::min(strokeTop_[n], first);
             strokeBottom_[n] = std::max(strokeBottom_[n], last);
         }
-        const float opacity = static_cast<float>(WaveOpacity::glow * bar.intensity);
-        const Colour colour = bytes(bar.glowColor);
-        const Pixel4 source{colour.red / 255.0f, colour.green / 255.0f, colour.blue / 255.0f, 1.0f};
-        for (int px = left; px < right; ++px) {
-            const float dx = static_cast<float>(px) + 0.5f - x;
-            across[px - left] = opacity * coverage(std::fabs(dx) - 0.5f * strokeWidth, strokeWidth);
-        }
         for (int py = first; py < last; ++py) {
             const float dy = static_cast<float>(py) + 0.5f - midY;
             const float outside = std::max(std::fabs(dy) - h, 0.0f);
-            float* p = at(glow_, left, py);
+            std::uint8_t* p = strokes_.data() + (static_cast<std::size_t>(py) * static_cast<std::size_t>(width) +
+                                                 static_cast<std::size_t>(left)) * 4;
             for (int px = left; px < right; ++px, p += 4) {
                 float a;
                 if (outside == 0) {
-                    a = across[px - left];
+                    std::uint32_t under;
+                    std::memcpy(&under, p, sizeof under);
+                    if (under == 0) {
+                        std::memcpy(p, &alone[px], sizeof under);
+                        continue;
+                    }
+                    a = across[px];
                 } else {
                     const float dx = static_cast<float>(px) + 0.5f - x;
                     a = opacity * coverage(std::sqrt(dx * dx + outside * outside) - 0.5f * strokeWidth, strokeWidth);
                 }
                 if (a <= 0) continue;
-                // Rounded to bytes, as the GL path's glow target holds them.
-                const Pixel4 mixed = source * a + load(p) * (1 - a);
-                store(p, __builtin_convertvector(__builtin_convertvector(mixed * 255.0f + 0.5f, Integer4), Pixel4) *
-                             (1.0f / 255.0f));
+                // In bytes, as the GL path's glow target holds them.
+                const Pixel4 mixed = source * a + widen(p) * (1 - a);
+                const Bytes4 rounded = __builtin_convertvector(__builtin_convertvector(mixed + 0.5f, Integer4), Bytes4);
+                std::memcpy(p, &rounded, sizeof rounded);
             }
         }
     }
@@ -425,7 +456,16 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, const Target& image, c
     const std::size_t rowFloats = static_cast<std::size_t>(width) * 4;
     constexpr std::size_t chunkFloats = glowChunk * 4;
     for (int y = acrossFirst; y < acrossLast; ++y) {
-        float* in = at(glow_, 0, y);
+        // The row's strokes as floats, in a row that is clear outside them.
+        std::uint8_t* strokes = strokes_.data() + static_cast<std::size_t>(y) * rowFloats;
+        float* in = strokeRow_.data();
+        for (int c = 0; c < chunks; ++c) {
+            const std::size_t n = static_cast<std::size_t>(c);
+            if (y < strokeTop_[n] || y >= strokeBottom_[n]) continue;
+            for (std::size_t i = n * chunkFloats; i < std::min((n + 1) * chunkFloats, rowFloats); ++i) {
+                in[i] = static_cast<float>(strokes[i]);
+            }
+        }
         float* __restrict out = at(glowScratch_, 0, y);
         for (int c = 0; c < chunks; ++c) {
             const std::size_t n = static_cast<std::size_t>(c);
@@ -438,6 +478,7 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, const Target& image, c
             const std::size_t n = static_cast<std::size_t>(c);
             if (y < strokeTop_[n] || y >= strokeBottom_[n]) continue;
             std::fill(in + n * chunkFloats, in + std::min((n + 1) * chunkFloats, rowFloats), 0.0f);
+            std::fill(strokes + n * chunkFloats, strokes + std::min((n + 1) * chunkFloats, rowFloats), std::uint8_t(0));
         }
     }
 

@@ -66,10 +66,13 @@ private:
 
     DashSprites sprites_;
     std::vector<float> baselineColours_;  // the baseline's gradient by column: red, green, blue (0...255), alpha
-    std::vector<float> glow_, glowScratch_;  // premultiplied RGBA at glow resolution
+    std::vector<std::uint8_t> strokes_;  // the glow's strokes: premultiplied RGBA bytes at glow resolution
+    std::vector<float> strokeRow_;       // one row of them as floats
+    std::vector<float> glowScratch_;     // ... blurred across (0...255)
     std::vector<int> strokeTop_, strokeBottom_;  // per chunk of glow columns: the rows stroked
     std::vector<int> acrossTop_, acrossBottom_;  // ... and the rows holding anything after the pass across
     std::vector<float> acrossCoverage_;          // one stroke's coverage by column, between its caps
+    std::vector<std::uint32_t> alone_;           // ... and its pixel over nothing
     std::vector<const float*> rowPointers_;
     std::vector<std::uint32_t> glowBytes_;  // the blurred glow in premultiplied ARGB bytes
     std::vector<std::uint16_t> upper_, lower_;  // one glow row widened to the image's columns, in sixteenths
