@@ -340,8 +340,6 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, const Target& image, c
     if (strokes_.size() != size || strokeRow_.size() != static_cast<std::size_t>(width) * 4) {
         strokes_.assign(size, 0);
         strokeRow_.assign(static_cast<std::size_t>(width) * 4, 0.0f);
-        // Room for a whole chunk past the last row's end.
-        glowScratch_.assign(size + static_cast<std::size_t>(glowChunk) * 4, 0.0f);
     }
 
     // Only the rows the glow can reach this frame: the strokes' rows, widened by the kernel.
@@ -354,12 +352,9 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, const Target& image, c
     const int radius = blur.radius;
     auto rows = [height](int first, int last) { return std::pair{std::clamp(first, 0, height), std::clamp(last, 0, height)}; };
     const auto [bandTop, bandBottom] = rows(top - radius - 1, bottom + radius + 1);
-    auto at = [width](std::vector<float>& buffer, int x, int y) {
-        return buffer.data() + (static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x)) * 4;
-    };
 
-    // The strokes and the blur across are all clear between frames; the rows each chunk of columns was stroked in
-    // (and, after the pass across, holds anything in) bound the work and the clearing afterwards.
+    // The strokes are all clear between frames; the rows each chunk of columns was stroked in (and,
+    // after the pass across, holds anything in) bound the work and the clearing afterwards.
     const int chunks = (width + glowChunk - 1) / glowChunk;
     strokeTop_.assign(static_cast<std::size_t>(chunks), height);
     strokeBottom_.assign(static_cast<std::size_t>(chunks), 0);
@@ -455,7 +450,35 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, const Target& image, c
     const float* weights = blur.weights.data();
     const std::size_t rowFloats = static_cast<std::size_t>(width) * 4;
     constexpr std::size_t chunkFloats = glowChunk * 4;
-    for (int y = acrossFirst; y < acrossLast; ++y) {
+    // Across into a ring of 2 x radius + 1 rows, and down out of it as soon as a row's neighbourhood
+    // is there: the blurred-across rows stay in the cache. Each chunk of each ring row is cleared when
+    // it held something and the row now in its place has nothing there.
+    const auto [quantTop, quantBottom] = rows(bandTop - 1, bandBottom + 1);
+    const int ringRows = 2 * radius + 1;
+    const std::size_t ringFloats = static_cast<std::size_t>(ringRows) * rowFloats + chunkFloats;  // room past the end
+    if (ring_.size() != ringFloats || ringFilled_.size() != static_cast<std::size_t>(ringRows * chunks)) {
+        ring_.assign(ringFloats, 0.0f);
+        ringFilled_.assign(static_cast<std::size_t>(ringRows * chunks), 0);
+        zeroRow_.assign(rowFloats + chunkFloats, 0.0f);
+    }
+    auto ringRow = [&](int y) { return ring_.data() + static_cast<std::size_t>(y % ringRows) * rowFloats; };
+    // Rows outside those blurred across this frame are clear.
+    const int acrossStart = std::max(quantTop - radius, 0), acrossEnd = std::min(quantBottom + radius, height);
+    for (int slot = 0; slot < ringRows; ++slot) {
+        for (int c = 0; c < chunks; ++c) {
+            std::uint8_t& filled = ringFilled_[static_cast<std::size_t>(slot * chunks + c)];
+            if (!filled) continue;
+            float* out = ring_.data() + static_cast<std::size_t>(slot) * rowFloats;
+            std::fill(out + static_cast<std::size_t>(c) * chunkFloats,
+                      out + std::min(static_cast<std::size_t>(c + 1) * chunkFloats, rowFloats), 0.0f);
+            filled = 0;
+        }
+    }
+    glowBytes_.resize(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
+    rowPointers_.resize(static_cast<std::size_t>(2 * radius + 1));
+    const float** rowPointers = rowPointers_.data();
+    const int passFirst = std::min(acrossStart, acrossFirst), passLast = std::max(acrossEnd, acrossLast);
+    for (int y = passFirst; y < passLast; ++y) {
         // The row's strokes as floats, in a row that is clear outside them.
         std::uint8_t* strokes = strokes_.data() + static_cast<std::size_t>(y) * rowFloats;
         float* in = strokeRow_.data();
@@ -466,13 +489,21 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, const Target& image, c
                 in[i] = static_cast<float>(strokes[i]);
             }
         }
-        float* __restrict out = at(glowScratch_, 0, y);
+        float* __restrict out = ringRow(y);
+        std::uint8_t* filled = ringFilled_.data() + static_cast<std::size_t>((y % ringRows) * chunks);
         for (int c = 0; c < chunks; ++c) {
             const std::size_t n = static_cast<std::size_t>(c);
-            if (y < acrossTop_[n] || y >= acrossBottom_[n]) continue;
+            if (y < acrossTop_[n] || y >= acrossBottom_[n]) {
+                if (filled[n]) {
+                    std::fill(out + n * chunkFloats, out + std::min((n + 1) * chunkFloats, rowFloats), 0.0f);
+                    filled[n] = 0;
+                }
+                continue;
+            }
             const std::size_t from = std::max(n * glowChunk, static_cast<std::size_t>(radius));
             const std::size_t to = std::min((n + 1) * glowChunk, static_cast<std::size_t>(width - radius));
             blurAcross(in, out, from, to, weights, radius);
+            filled[n] = 1;
         }
         for (int c = 0; c < chunks; ++c) {
             const std::size_t n = static_cast<std::size_t>(c);
@@ -480,33 +511,26 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, const Target& image, c
             std::fill(in + n * chunkFloats, in + std::min((n + 1) * chunkFloats, rowFloats), 0.0f);
             std::fill(strokes + n * chunkFloats, strokes + std::min((n + 1) * chunkFloats, rowFloats), std::uint8_t(0));
         }
-    }
 
-    // Down, for the rows the scale-up reads, each chunk turned into premultiplied ARGB bytes as the
-    // GL path's glow target holds them; the scale-up then runs in integers and skips empty stretches.
-    const auto [quantTop, quantBottom] = rows(bandTop - 1, bandBottom + 1);
-    glowBytes_.resize(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
-    rowPointers_.resize(static_cast<std::size_t>(2 * radius + 1));
-    const float** rowPointers = rowPointers_.data();
-    for (int y = quantTop; y < quantBottom; ++y) {
-        std::uint32_t* bytesRow = glowBytes_.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
-        for (int k = -radius; k <= radius; ++k) rowPointers[k + radius] = at(glowScratch_, 0, std::clamp(y + k, 0, height - 1));
+        // Down, for the rows the scale-up reads, each chunk turned into premultiplied ARGB bytes as
+        // the GL path's glow target holds them; the scale-up then runs in integers and skips empty
+        // stretches.
+        const int down = y - radius;
+        if (down < quantTop || down >= quantBottom) continue;
+        std::uint32_t* bytesRow = glowBytes_.data() + static_cast<std::size_t>(down) * static_cast<std::size_t>(width);
+        for (int k = -radius; k <= radius; ++k) {
+            const int source = down + k;
+            rowPointers[k + radius] = source >= acrossStart && source < acrossEnd ? ringRow(source) : zeroRow_.data();
+        }
         for (int c = 0; c < chunks; ++c) {
             const std::size_t n = static_cast<std::size_t>(c);
             const int begin = c * glowChunk, end = std::min(begin + glowChunk, width);
-            if (y < acrossTop_[n] - radius || y >= acrossBottom_[n] + radius) {
+            if (down < acrossTop_[n] - radius || down >= acrossBottom_[n] + radius) {
                 std::fill(bytesRow + begin, bytesRow + end, 0u);
                 continue;
             }
             blurDownToBytes(rowPointers + radius, n * chunkFloats, static_cast<std::size_t>(end - begin), weights, radius,
                             bytesRow + begin);
-        }
-    }
-    for (int c = 0; c < chunks; ++c) {
-        const std::size_t n = static_cast<std::size_t>(c);
-        for (int y = acrossTop_[n]; y < acrossBottom_[n]; ++y) {
-            float* out = at(glowScratch_, 0, y);
-            std::fill(out + n * chunkFloats, out + std::min((n + 1) * chunkFloats, rowFloats), 0.0f);
         }
     }
 

@@ -68,7 +68,9 @@ private:
     std::vector<float> baselineColours_;  // the baseline's gradient by column: red, green, blue (0...255), alpha
     std::vector<std::uint8_t> strokes_;  // the glow's strokes: premultiplied RGBA bytes at glow resolution
     std::vector<float> strokeRow_;       // one row of them as floats
-    std::vector<float> glowScratch_;     // ... blurred across (0...255)
+    std::vector<float> ring_;            // the last 2 x radius + 1 rows of them blurred across (0...255)
+    std::vector<std::uint8_t> ringFilled_;  // per ring row and chunk of columns: anything there
+    std::vector<float> zeroRow_;
     std::vector<int> strokeTop_, strokeBottom_;  // per chunk of glow columns: the rows stroked
     std::vector<int> acrossTop_, acrossBottom_;  // ... and the rows holding anything after the pass across
     std::vector<float> acrossCoverage_;          // one stroke's coverage by column, between its caps
