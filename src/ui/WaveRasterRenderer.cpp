@@ -365,6 +365,8 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, const Target& image, c
     const float midY = static_cast<float>(margin + layout.midY * toGlow);
     acrossCoverage_.resize(static_cast<std::size_t>(std::ceil(2 * quadHalfWidth)) + 2);
     alone_.resize(acrossCoverage_.size());
+    lastUnder_.resize(acrossCoverage_.size());
+    lastOver_.resize(acrossCoverage_.size());
     for (const WaveBar& bar : layout.bars) {
         const float x = static_cast<float>(margin + bar.x * toGlow);
         const float h = static_cast<float>(bar.halfHeight * toGlow);
@@ -383,6 +385,9 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, const Target& image, c
         // it leaves where nothing was stroked before.
         float* across = acrossCoverage_.data() - quadLeft;
         std::uint32_t* alone = alone_.data() - quadLeft;
+        std::uint32_t* lastUnder = lastUnder_.data() - quadLeft;
+        std::uint32_t* lastOver = lastOver_.data() - quadLeft;
+        std::fill(lastUnder_.begin(), lastUnder_.end(), 0u);
         int left = quadRight, right = quadLeft;
         for (int px = quadLeft; px < quadRight; ++px) {
             const float dx = static_cast<float>(px) + 0.5f - x;
@@ -418,7 +423,18 @@ void WaveRasterRenderer::drawGlow(const WaveFrame& frame, const Target& image, c
                         std::memcpy(p, &alone[px], sizeof under);
                         continue;
                     }
-                    a = across[px];
+                    // Over a neighbour's middle the pixel under repeats from row to row, and so does
+                    // the result.
+                    if (under == lastUnder[px]) {
+                        std::memcpy(p, &lastOver[px], sizeof under);
+                        continue;
+                    }
+                    const Pixel4 mixed = source * across[px] + widen(p) * (1 - across[px]);
+                    const Bytes4 rounded = __builtin_convertvector(__builtin_convertvector(mixed + 0.5f, Integer4), Bytes4);
+                    std::memcpy(p, &rounded, sizeof rounded);
+                    lastUnder[px] = under;
+                    std::memcpy(&lastOver[px], &rounded, sizeof rounded);
+                    continue;
                 } else {
                     const float dx = static_cast<float>(px) + 0.5f - x;
                     a = opacity * coverage(std::sqrt(dx * dx + outside * outside) - 0.5f * strokeWidth, strokeWidth);

@@ -75,6 +75,7 @@ private:
     std::vector<int> acrossTop_, acrossBottom_;  // ... and the rows holding anything after the pass across
     std::vector<float> acrossCoverage_;          // one stroke's coverage by column, between its caps
     std::vector<std::uint32_t> alone_;           // ... and its pixel over nothing
+    std::vector<std::uint32_t> lastUnder_, lastOver_;  // ... and the last pixel it went over, and the result
     std::vector<const float*> rowPointers_;
     std::vector<std::uint32_t> glowBytes_;  // the blurred glow in premultiplied ARGB bytes
     std::vector<std::uint16_t> upper_, lower_;  // one glow row widened to the image's columns, in sixteenths
