@@ -115,7 +115,14 @@ QImage WavePreview::renderFrame(const QSize& size, double devicePixelRatio) {
         frame.composition.waveform = canvas;
         frame.layout = layout;
         if (!rasterRenderer_) rasterRenderer_ = std::make_unique<WaveRasterRenderer>();
-        return rasterRenderer_->render(frame, devicePixelRatio, opaqueBackground);
+        // One image for every frame: the panel around the canvas keeps its fill, the canvas is redrawn.
+        const QSize pixels = (QSizeF(size) * devicePixelRatio).toSize();
+        if (cpuImage_.size() != pixels || cpuImage_.devicePixelRatio() != devicePixelRatio) {
+            cpuImage_ = rasterRenderer_->render(frame, devicePixelRatio, opaqueBackground);
+        } else {
+            rasterRenderer_->drawCanvas(frame, cpuImage_, opaqueBackground);
+        }
+        return cpuImage_;
     }
     if (!glTried_) {
         glTried_ = true;

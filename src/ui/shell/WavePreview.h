@@ -58,6 +58,7 @@ private:
     bool glAllowed_ = true;
     // The drawing path, chosen as the overlay chooses it, again when the setting changes.
     std::unique_ptr<WaveRasterRenderer> rasterRenderer_;
+    QImage cpuImage_;
     bool pathChosen_ = false;
     bool onCpu_ = false;
     RendererChoice chosenFor_ = RendererChoice::automatic;
