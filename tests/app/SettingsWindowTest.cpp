@@ -744,6 +744,32 @@ TEST(SettingsPreview, ANewlyChosenColourShowsInTheNextFrame) {
     EXPECT_GT(reddest(), 120);
 }
 
+TEST(SettingsPreview, DrawsOnTheCpuPathWhenTheSettingAsksForIt) {
+    Settings s;
+    WavePreview* preview = s.view()->preview();
+    preview->setOpenGlAllowed(true);
+    s.preferences.setRenderer(RendererChoice::cpu);
+    s.preferences.setColor(WaveColor::orange);
+    s.show();
+    ASSERT_TRUE(waitUntil([&] { return preview->framesDrawn() >= 2; }));
+    EXPECT_TRUE(preview->drewOnCpu());
+    // The wave is there, in its colour: some pixel far redder than blue.
+    const QImage image = preview->grab().toImage();
+    int reddest = -255;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            const QColor c = image.pixelColor(x, y);
+            reddest = std::max(reddest, c.red() - c.blue());
+        }
+    }
+    EXPECT_GT(reddest, 120);
+    // Frames keep coming from the same image, and the picture moves with time.
+    const long long before = preview->framesDrawn();
+    s.clock.advance(0.5);
+    ASSERT_TRUE(waitUntil([&] { return preview->framesDrawn() >= before + 2; }));
+    EXPECT_NE(preview->grab().toImage(), image);
+}
+
 TEST(SettingsPreview, MovesWithTheLiveAnalysisAndWithTheIdleWave) {
     Settings s;
     s.show();

@@ -473,3 +473,42 @@ INSTANTIATE_TEST_SUITE_P(
                std::to_string(static_cast<int>(info.param.ratio)) +
                (info.param.background.alpha > 0 ? "_opaque" : "_translucent");
     });
+
+// The overlay keeps one renderer and one image: each frame redraws only the rows the wave reached
+// last time or reaches now. What it leaves there must be the picture a fresh renderer draws, frame
+// after frame, as bars grow and shrink (nothing of an earlier frame may linger in the renderer).
+TEST(CpuPath, RedrawingOverTheLastFrameGivesTheFreshPicture) {
+    if (picturePath() == DrawingPath::cpu) GTEST_SKIP() << "the CPU path alone; run once";
+    for (const OverlayDisplayMode mode : {OverlayDisplayMode::compact, OverlayDisplayMode::fullscreenFog}) {
+        SCOPED_TRACE(std::string(rawValue(mode)));
+        Scene scene(mode, WaveColor::aurora);
+        const SizeF panel = mode == OverlayDisplayMode::compact ? SizeF{1920, 150} : SizeF{1280, 720};
+        WaveRasterRenderer reused;
+        QImage image;
+        QRect lastReach;
+        for (int i = 0; i < 5; ++i) {
+            std::vector<double> spectrum(96);
+            for (int band = 0; band < 96; ++band) {
+                spectrum[static_cast<std::size_t>(band)] =
+                    0.95 * std::exp(-band / 40.0) * (0.2 + 0.8 * std::fabs(std::sin(band * 0.21 + i * 1.7)));
+            }
+            scene.model->updateLiveFrame({i % 2 == 0 ? 0.9 : 0.35, 1.3, 0.4 + 0.1 * i, spectrum});
+            const WaveFrame frame = scene.view.frame(panel, fixedTime + i / 30.0);
+            const QRect reach = WaveRasterRenderer::wavePixels(frame, 1);
+            if (i == 0) {
+                image = reused.render(frame, 1, transparentBackground);
+            } else {
+                reused.drawCanvas(frame, image, transparentBackground, reach.united(lastReach));
+            }
+            lastReach = reach;
+            WaveRasterRenderer fresh;
+            const QImage expected = fresh.render(frame, 1, transparentBackground);
+            ASSERT_EQ(image.size(), expected.size());
+            int differing = 0;
+            for (int y = 0; y < image.height(); ++y) {
+                for (int x = 0; x < image.width(); ++x) differing += image.pixel(x, y) != expected.pixel(x, y);
+            }
+            EXPECT_EQ(differing, 0) << "frame " << i;
+        }
+    }
+}

@@ -29,6 +29,8 @@ public:
     long long framesDrawn() const { return framesDrawn_; }
     WaveColor lastDrawnColor() const { return lastDrawnColor_; }
     bool isAnimating() const;
+    // Whether the last frame came from the CPU drawing path.
+    bool drewOnCpu() const { return onCpu_; }
     // The wave's time source (seconds since 1 January 2001 UTC); a fixed clock gives repeatable pictures.
     // It must outlive the preview.
     void setClock(const Clock& clock) { clock_ = &clock; }
