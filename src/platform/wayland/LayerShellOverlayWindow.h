@@ -22,8 +22,11 @@
 #include "core/render/OverlayWindowController.h"
 #include "core/render/VisualizerView.h"
 #include "core/render/WaveAnimation.h"
+#include "core/render/DrawingPath.h"
 #include "platform/wayland/LayerShellSurface.h"
+#include "platform/wayland/ShmBufferPool.h"
 #include "ui/WaveGlRenderer.h"
+#include "ui/WaveRasterRenderer.h"
 
 class QOpenGLContext;
 class QScreen;
@@ -34,7 +37,9 @@ namespace lorvane {
 class LayerShellOverlayWindow final : public OverlayWindowController {
 public:
     // `clock` is a steady clock that drives the wave's animation.
-    LayerShellOverlayWindow(std::shared_ptr<const OverlayPreferences> preferences,
+    // The drawing path follows the preferences' renderer, LORVANE_RENDERER and the OpenGL driver, as
+    // on X11: where OpenGL runs in software the band is drawn on the CPU into shared memory.
+    LayerShellOverlayWindow(std::shared_ptr<OverlayPreferences> preferences,
                             std::shared_ptr<const VisualizerModel> model, const Clock& clock,
                             std::unique_ptr<LayerShellConnection> connection,
                             std::unique_ptr<ScreenEnvironment> screens);
@@ -44,6 +49,7 @@ public:
     long long framesDrawn() const { return framesDrawn_; }
     // Buffer pixels per surface-local pixel: the largest scale of the outputs the band is on.
     int bufferScale() const { return scale_; }
+    DrawingPath drawingPath() const { return path_; }
 
 protected:
     // OverlayWindowController
@@ -65,8 +71,14 @@ private:
     void scheduleFrame();
     bool makeCurrent();
     void draw();
+    bool drawWithGl(bool rescaled);
+    bool drawOnCpu();
+    void useDrawingPath(DrawingPath path);
 
+    std::shared_ptr<OverlayPreferences> observedPreferences_;
     std::shared_ptr<const OverlayPreferences> preferences_;
+    Signal<PreferenceKey>::Id preferencesObservation_ = 0;
+    DrawingPath path_ = DrawingPath::gl;
     VisualizerView view_;
     const Clock& clock_;
     WaveAnimation animation_;
@@ -80,6 +92,9 @@ private:
     wl_egl_window* eglWindow_ = nullptr;
     EGLSurface eglSurface_ = EGL_NO_SURFACE;
     WaveGlRenderer renderer_;
+    std::unique_ptr<ShmBufferPool> buffers_;
+    WaveRasterRenderer rasterRenderer_;
+    QRect committedReach_;  // the wave's pixels in the buffer the compositor shows
     QTimer pacing_;
     QElapsedTimer sinceLastFrame_;
     QSize size_;
