@@ -358,3 +358,31 @@ TEST(LayerShellOverlayGl, DrawsWithOpenGlWhenAskedTo) {
     EXPECT_EQ(demo->state(), QProcess::Running);
     stopProcess(*demo);
 }
+
+// While live the band is drawn once per analysis frame, on the frames' beat: no frame drawn twice,
+// hardly one replaced before it was drawn.
+TEST(LayerShellOverlayPacing, DrawsEachLiveFrameOnce) {
+    SwaySession sway(SwaySession::Options{outputWidth, outputHeight, 20});
+    ASSERT_TRUE(sway.isRunning()) << sway.error().toStdString();
+    const QString recording = writeDemoRecording(sway);
+    ASSERT_FALSE(recording.isEmpty());
+    auto demo = sway.start(QStringLiteral(LORVANE_WAVE_DEMO),
+                           {"--position", "center", "--loop", "--seconds", "6", recording});
+    ASSERT_TRUE(demo->waitForStarted(10000));
+    ASSERT_TRUE(demo->waitForFinished(30000)) << "the demo did not end after its six seconds";
+    const QByteArray output = demo->readAllStandardOutput();
+    long long published = -1, drawn = -1, repeated = -1, skipped = -1;
+    const int line = output.indexOf("live frames: ");
+    ASSERT_GE(line, 0) << output.toStdString();
+    ASSERT_EQ(std::sscanf(output.constData() + line, "live frames: %lld published, %lld drawn, %lld repeated, %lld skipped",
+                          &published, &drawn, &repeated, &skipped),
+              4)
+        << output.toStdString();
+    RecordProperty("published", static_cast<int>(published));
+    RecordProperty("skipped", static_cast<int>(skipped));
+    // About 30 a second over most of six seconds.
+    EXPECT_GT(published, 90) << output.toStdString();
+    EXPECT_EQ(repeated, 0) << output.toStdString();
+    EXPECT_LE(skipped, published / 20) << output.toStdString();
+    EXPECT_GE(drawn, published - skipped - 1) << output.toStdString();
+}

@@ -19,21 +19,34 @@ namespace lorvane {
 
 namespace {
 constexpr int frameIntervalMs = 33;  // at most 30 frames a second
+// Live frames that stop for this long hand the drawing back to the steady source.
+constexpr int liveWatchdogMilliseconds = 150;
 }  // namespace
 
 LayerShellOverlayWindow::LayerShellOverlayWindow(std::shared_ptr<OverlayPreferences> preferences,
-                                                 std::shared_ptr<const VisualizerModel> model, const Clock& clock,
+                                                 std::shared_ptr<VisualizerModel> model, const Clock& clock,
                                                  std::unique_ptr<LayerShellConnection> connection,
                                                  std::unique_ptr<ScreenEnvironment> screens)
     : OverlayWindowController(preferences, std::move(screens)),
       observedPreferences_(preferences),
       preferences_(preferences),
+      model_(model),
       view_(std::move(preferences), std::move(model)),
       clock_(clock),
       animation_(clock),
       connection_(std::move(connection)) {
     pacing_.setSingleShot(true);
     QObject::connect(&pacing_, &QTimer::timeout, [this] { draw(); });
+    presentTimer_.setSingleShot(true);
+    presentTimer_.setTimerType(Qt::PreciseTimer);
+    QObject::connect(&presentTimer_, &QTimer::timeout, [this] { presentLiveFrame(); });
+    liveWatchdog_.setSingleShot(true);
+    liveWatchdog_.setInterval(liveWatchdogMilliseconds);
+    QObject::connect(&liveWatchdog_, &QTimer::timeout, [this] {
+        stopLiveFrames();
+        if (surface_ && !surface_->isFramePending()) pacing_.start(0);
+    });
+    modelObservation_ = model_->objectWillChange.connect([this] { modelWillChange(); });
     offscreen_.setFormat(waveSurfaceFormat());
     offscreen_.create();
     path_ = connection_->shm() ? currentDrawingPath(preferences_->renderer()) : DrawingPath::gl;
@@ -49,7 +62,9 @@ LayerShellOverlayWindow::LayerShellOverlayWindow(std::shared_ptr<OverlayPreferen
 
 LayerShellOverlayWindow::~LayerShellOverlayWindow() {
     observedPreferences_->changed.disconnect(preferencesObservation_);
+    model_->objectWillChange.disconnect(modelObservation_);
     pacing_.stop();
+    stopLiveFrames();
     if (context_ && context_->makeCurrent(&offscreen_)) {
         renderer_.release();
         context_->doneCurrent();
@@ -88,6 +103,7 @@ void LayerShellOverlayWindow::withdraw() {
     shown_ = false;
     animation_.pause();
     pacing_.stop();
+    stopLiveFrames();
     destroySurface();
 }
 
@@ -133,6 +149,7 @@ void LayerShellOverlayWindow::destroySurface() {
     }
     buffers_.reset();
     committedReach_ = {};
+    liveFrameDue_ = false;  // a new surface draws at once
     surface_.reset();
     size_ = {};
     scale_ = appliedScale_ = 1;
@@ -157,8 +174,63 @@ void LayerShellOverlayWindow::outputsChanged() {
     if (!surface_->isFramePending() && !pacing_.isActive()) pacing_.start(0);
 }
 
+void LayerShellOverlayWindow::modelWillChange() {
+    // One look per burst of changes (a live frame assigns several values), after they all landed.
+    if (modelCheckPending_) return;
+    modelCheckPending_ = true;
+    QTimer::singleShot(0, &pacing_, [this] { modelDidChange(); });
+}
+
+void LayerShellOverlayWindow::modelDidChange() {
+    modelCheckPending_ = false;
+    if (!shown_ || !surface_) return;
+    if (model_->captureStatus() != AudioCaptureStatus::live || !preferences_->audioResponsive()) {
+        if (!live_) return;
+        stopLiveFrames();
+        if (!surface_->isFramePending() && !pacing_.isActive()) pacing_.start(0);
+        return;
+    }
+    // One drawing per analysis frame, on an even beat; the steady source rests.
+    live_ = true;
+    pacing_.stop();
+    liveWatchdog_.start();
+    ++livePacing_.published;
+    if (freshFrame_) ++livePacing_.skipped;
+    freshFrame_ = true;
+    if (presentTimer_.isActive() || liveFrameDue_) return;  // the drawing already due shows this one
+    const double now = clock_.now();
+    const double at = pacer_.schedule(now);
+    presentTimer_.start(std::max(0, static_cast<int>(std::lround((at - now) * 1000.0))));
+}
+
+void LayerShellOverlayWindow::presentLiveFrame() {
+    if (!surface_) return;
+    // The compositor still shows the last one: drawn as soon as it asks for the next.
+    if (surface_->isFramePending()) {
+        liveFrameDue_ = true;
+        return;
+    }
+    draw();
+}
+
+void LayerShellOverlayWindow::stopLiveFrames() {
+    live_ = false;
+    liveFrameDue_ = false;
+    freshFrame_ = false;
+    presentTimer_.stop();
+    liveWatchdog_.stop();
+    pacer_.reset();
+}
+
 void LayerShellOverlayWindow::frameDone() {
     if (!shown_) return;
+    if (live_) {
+        if (liveFrameDue_) {
+            liveFrameDue_ = false;
+            draw();
+        }
+        return;
+    }
     const qint64 elapsed = sinceLastFrame_.isValid() ? sinceLastFrame_.elapsed() : frameIntervalMs;
     pacing_.start(static_cast<int>(std::max<qint64>(0, frameIntervalMs - elapsed)));
 }
@@ -212,6 +284,10 @@ void LayerShellOverlayWindow::draw() {
     }
     if (!(path_ == DrawingPath::cpu ? drawOnCpu() : drawWithGl(rescaled))) return;
     ++framesDrawn_;
+    if (live_) {
+        ++(freshFrame_ ? livePacing_.drawn : livePacing_.repeated);
+        freshFrame_ = false;
+    }
 }
 
 bool LayerShellOverlayWindow::drawWithGl(bool rescaled) {
