@@ -18,7 +18,6 @@
 #include <memory>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "core/Clock.h"
 #include "core/MainQueue.h"
