@@ -12,7 +12,6 @@
 #include <cmath>
 #include <fstream>
 #include <mutex>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -49,29 +48,9 @@ long threadsNamed(const std::string& name) {
     return std::count(names.begin(), names.end(), name);
 }
 
-// The server's clients that are this program's (its application id) and of this process, or -1 when
-// the server cannot tell. The test player in this process is a client too, under another name.
-int programClients(const PulseServer& server) {
-    const auto listing = server.pactl({"list", "clients"});
-    if (!listing.ok()) return -1;
-    const std::string ownPid = "application.process.id = \"" + std::to_string(getpid()) + "\"";
-    int count = 0;
-    std::istringstream lines(listing.output);
-    std::string line;
-    bool ours = false;
-    bool program = false;
-    auto close = [&] {
-        if (ours && program) ++count;
-        ours = program = false;
-    };
-    while (std::getline(lines, line)) {
-        if (line.rfind("Client #", 0) == 0) close();
-        if (line.find(ownPid) != std::string::npos) ours = true;
-        if (line.find("application.id = \"com.tarnhollow.Lorvane\"") != std::string::npos) program = true;
-    }
-    close();
-    return count;
-}
+// The server's clients that are this program's (its application id) in this process. The test player
+// in this process is a client too, under another name.
+int programClients(const PulseServer& server) { return server.clientCount(getpid(), "com.tarnhollow.Lorvane"); }
 
 bool near(double value, double expected) { return std::abs(value - expected) < 0.002; }
 
@@ -268,6 +247,26 @@ TEST_F(SharedPulseConnectionTest, WithoutUsersThatNeedItTheConnectionEnds) {
     PulseCaptureSource source(connection);
     EXPECT_TRUE(waitUntil([&] { return programClients(server) == 0; }, 5000));
     EXPECT_FALSE(connection->connected());
+}
+
+TEST(SharedPulseConnectionRefused, CaptureIsPermissionRequiredWhileTheVolumeKeepsTryingQuietly) {
+    PulseServer server{PulseServer::Access::refused};
+    ASSERT_TRUE(server.running()) << server.why();
+    auto connection = std::make_shared<PulseConnection>(0.2);
+    PulseOutputVolume volume(connection);
+    PulseCaptureSource source(connection);
+    Recorder recorder;
+    source.start(recorder.handlers());
+    ASSERT_TRUE(waitUntil([&] { return !recorder.failures().empty(); }, 5000));
+    EXPECT_EQ(recorder.failures().front().failure, AudioCaptureFailure::permissionRequired);
+    EXPECT_EQ(recorder.failures().front().reason, AudioCaptureReason::refused);
+    EXPECT_EQ(volume.systemOutputVolume(), 1.0);
+    EXPECT_FALSE(volume.connected());
+    // A second run asks again at once and is told the same, once.
+    source.start(recorder.handlers());
+    ASSERT_TRUE(waitUntil([&] { return recorder.failures().size() == 2; }, 5000));
+    EXPECT_EQ(recorder.failures().back().reason, AudioCaptureReason::refused);
+    EXPECT_EQ(recorder.blocks(), 0u);
 }
 
 }  // namespace

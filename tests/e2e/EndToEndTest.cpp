@@ -38,18 +38,6 @@ int threadsNamed(qint64 pid, const QString& name) {
     return count;
 }
 
-// The sound server's clients that belong to process `pid`, or -1 when the server cannot tell.
-int soundServerClientsOf(const PulseServer& server, qint64 pid) {
-    const auto listing = server.pactl({"list", "clients"});
-    if (!listing.ok()) return -1;
-    const QString own = QStringLiteral("application.process.id = \"%1\"").arg(pid);
-    int count = 0;
-    for (const QString& client : QString::fromStdString(listing.output).split(QStringLiteral("Client #"))) {
-        if (client.contains(own)) ++count;
-    }
-    return count;
-}
-
 class EndToEnd : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -339,7 +327,7 @@ TEST_F(EndToEnd, CaptureAndTheOutputVolumeShareOneSoundServerConnectionThroughAR
     startMusic();
     ASSERT_TRUE(waitFor([&] { return menuLabel("Audio Analysis: Live ").endsWith("%"); }));
     // While capturing and following the volume: one client of the program, one thread for it.
-    EXPECT_EQ(soundServerClientsOf(*desktop.pulse(), lorvane.pid()), 1);
+    EXPECT_EQ(desktop.pulse()->clientCount(static_cast<pid_t>(lorvane.pid())), 1);
     EXPECT_EQ(threadsNamed(lorvane.pid(), QStringLiteral("lorvane-pulse")), 1);
     sound.reset();
     desktop.pulse()->kill();
@@ -349,7 +337,7 @@ TEST_F(EndToEnd, CaptureAndTheOutputVolumeShareOneSoundServerConnectionThroughAR
     ASSERT_TRUE(sound->waitUntilPlaying(10s)) << sound->why();
     ASSERT_TRUE(waitFor([&] { return menuLabel("Audio Analysis: Live ").endsWith("%"); }, 10s))
         << menuLabel("Audio Analysis").toStdString();
-    EXPECT_EQ(soundServerClientsOf(*desktop.pulse(), lorvane.pid()), 1);
+    EXPECT_EQ(desktop.pulse()->clientCount(static_cast<pid_t>(lorvane.pid())), 1);
     EXPECT_EQ(threadsNamed(lorvane.pid(), QStringLiteral("lorvane-pulse")), 1);
     EXPECT_EQ(desktop.pulse()->recordStreamCount(), 1);
 }
