@@ -72,6 +72,8 @@ public:
     using ObserverId = std::uint64_t;
 
     explicit PulseConnection(double reconnectSeconds = 1.0);
+    // Ends the loop's thread: the last reference must be dropped on another thread, after every
+    // observer has been removed.
     ~PulseConnection();
     PulseConnection(const PulseConnection&) = delete;
     PulseConnection& operator=(const PulseConnection&) = delete;
