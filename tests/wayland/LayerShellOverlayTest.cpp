@@ -276,3 +276,54 @@ TEST(LayerShellOverlayOutputs, MovesToTheFocusedOutputWhenTheOutputsChange) {
     EXPECT_EQ(demo->state(), QProcess::Running);
     stopProcess(*demo);
 }
+
+// On an output at scale 2 the wave is drawn at the output's own resolution, not at half of it and
+// enlarged: with the compositor told to enlarge by repeating pixels, a half-resolution picture would
+// be made of 2x2 blocks of one colour, and the band's edges and bars show finer detail than that.
+TEST(LayerShellOverlayScale, DrawsAtTheOutputsScale) {
+    SwaySession sway(SwaySession::Options{outputWidth, outputHeight, 20});
+    ASSERT_TRUE(sway.isRunning()) << sway.error().toStdString();
+    ASSERT_TRUE(sway.command(QStringLiteral("output HEADLESS-1 scale 2 scale_filter nearest")));
+    const QString recording = writeDemoRecording(sway);
+    ASSERT_FALSE(recording.isEmpty());
+    auto demo = sway.start(QStringLiteral(LORVANE_WAVE_DEMO),
+                           {"--position", "center", "--above", "--color", "aurora", "--loop", recording});
+    ASSERT_TRUE(demo->waitForStarted(10000));
+    // Blocks of 2x2 pixels the overlay drew in, and those among them that are not of one colour.
+    struct Blocks {
+        long drawn = 0, detailed = 0;
+    };
+    const auto blocks = [](const QImage& shot) {
+        Blocks count;
+        for (int y = 0; y + 1 < shot.height(); y += 2) {
+            const auto* top = reinterpret_cast<const QRgb*>(shot.constScanLine(y));
+            const auto* bottom = reinterpret_cast<const QRgb*>(shot.constScanLine(y + 1));
+            for (int x = 0; x + 1 < shot.width(); x += 2) {
+                const QRgb a = top[x], b = top[x + 1], c = bottom[x], d = bottom[x + 1];
+                if (qRed(a) + qGreen(a) + qBlue(a) <= 6 && qRed(d) + qGreen(d) + qBlue(d) <= 6) continue;
+                ++count.drawn;
+                if (a != b || a != c || a != d) ++count.detailed;
+            }
+        }
+        return count;
+    };
+    QImage shot;
+    Blocks count;
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            shot = sway.screenshot();
+            count = blocks(shot);
+            return shot.width() == outputWidth && count.drawn > 2000;
+        },
+        std::chrono::milliseconds(20000), std::chrono::milliseconds(100)))
+        << shot.width() << "x" << shot.height() << ", " << count.drawn << " blocks drawn";
+    EXPECT_TRUE(waitUntil(
+        [&] {
+            count = blocks(sway.screenshot());
+            return count.detailed > count.drawn / 20;
+        },
+        std::chrono::milliseconds(10000), std::chrono::milliseconds(100)))
+        << count.detailed << " of " << count.drawn << " drawn blocks show detail finer than 2x2";
+    EXPECT_EQ(demo->state(), QProcess::Running);
+    stopProcess(*demo);
+}

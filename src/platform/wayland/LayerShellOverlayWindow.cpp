@@ -5,9 +5,11 @@
 #include <QGuiApplication>
 #include <QOpenGLContext>
 #include <QScreen>
+#include <algorithm>
 #include <cmath>
 
 #include "core/Logging.h"
+#include "platform/wayland/QtWaylandNative.h"
 #include "ui/VisualizerPainter.h"
 #include "ui/WaveSurfaceFormat.h"
 
@@ -89,6 +91,7 @@ void LayerShellOverlayWindow::createSurface() {
     LayerShellSurface::Callbacks callbacks;
     callbacks.configured = [this](int width, int height) { configured(width, height); };
     callbacks.frameDone = [this] { frameDone(); };
+    callbacks.outputsChanged = [this] { outputsChanged(); };
     callbacks.closed = [this] {
         // Not from inside the surface's own listener: recreated once the dispatch is over.
         QTimer::singleShot(0, &pacing_, [this] { createSurface(); });
@@ -110,6 +113,7 @@ void LayerShellOverlayWindow::destroySurface() {
     }
     surface_.reset();
     size_ = {};
+    scale_ = appliedScale_ = 1;
 }
 
 void LayerShellOverlayWindow::configured(int width, int height) {
@@ -117,8 +121,17 @@ void LayerShellOverlayWindow::configured(int width, int height) {
     const QSize size(width, height);
     const bool first = !size_.isValid();
     size_ = size;
-    if (eglWindow_) wl_egl_window_resize(eglWindow_, width, height, 0, 0);
+    if (eglWindow_) wl_egl_window_resize(eglWindow_, bufferSize().width(), bufferSize().height(), 0, 0);
     if (first) draw();
+}
+
+void LayerShellOverlayWindow::outputsChanged() {
+    int scale = 1;
+    for (wl_output* output : surface_->enteredOutputs()) scale = std::max(scale, qtWaylandOutputScale(output));
+    if (scale == scale_) return;
+    scale_ = scale;
+    // Drawn at the new scale with the next frame, which also tells the compositor.
+    if (!surface_->isFramePending() && !pacing_.isActive()) pacing_.start(0);
 }
 
 void LayerShellOverlayWindow::frameDone() {
@@ -144,7 +157,7 @@ bool LayerShellOverlayWindow::makeCurrent() {
         eglConfig_ = egl->config();
     }
     if (eglSurface_ == EGL_NO_SURFACE) {
-        eglWindow_ = wl_egl_window_create(surface_->surface(), size_.width(), size_.height());
+        eglWindow_ = wl_egl_window_create(surface_->surface(), bufferSize().width(), bufferSize().height());
         swapIntervalSet_ = false;
         eglSurface_ = eglCreateWindowSurface(eglDisplay_, eglConfig_, reinterpret_cast<EGLNativeWindowType>(eglWindow_),
                                              nullptr);
@@ -173,9 +186,15 @@ void LayerShellOverlayWindow::draw() {
         failed_ = true;
         return;
     }
+    if (scale_ != appliedScale_) {
+        // The new buffer size and the scale reach the compositor in the same commit, the swap below.
+        if (!surface_->setBufferScale(scale_)) scale_ = 1;
+        appliedScale_ = scale_;
+        wl_egl_window_resize(eglWindow_, bufferSize().width(), bufferSize().height(), 0, 0);
+    }
     const SizeF panel{double(size_.width()), double(size_.height())};
-    // Surface-local size is in the output's logical pixels; buffers are drawn at scale 1.
-    const WaveTarget target{0, size_, 1.0};
+    // Surface-local size is in the output's logical pixels; buffers hold `scale_` pixels for each.
+    const WaveTarget target{0, bufferSize(), double(scale_)};
     paintFrame(renderer_, view_.frame(panel, animation_.advance(view_.motion())), target, transparentBackground);
     surface_->requestFrame();
     sinceLastFrame_.start();

@@ -42,6 +42,8 @@ public:
 
     bool isVisible() const { return shown_; }
     long long framesDrawn() const { return framesDrawn_; }
+    // Buffer pixels per surface-local pixel: the largest scale of the outputs the band is on.
+    int bufferScale() const { return scale_; }
 
 protected:
     // OverlayWindowController
@@ -58,6 +60,8 @@ private:
     void destroySurface();
     void configured(int width, int height);
     void frameDone();
+    void outputsChanged();
+    QSize bufferSize() const { return size_ * scale_; }
     void scheduleFrame();
     bool makeCurrent();
     void draw();
@@ -79,6 +83,8 @@ private:
     QTimer pacing_;
     QElapsedTimer sinceLastFrame_;
     QSize size_;
+    int scale_ = 1;         // the scale the next buffer is drawn at
+    int appliedScale_ = 1;  // the scale the surface was last told
     OverlayWindowLevel level_ = OverlayWindowLevel::desktop;
     RectF frame_;
     std::vector<std::pair<QScreen*, QRect>> screensAtCreation_;

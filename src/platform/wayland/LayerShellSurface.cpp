@@ -56,8 +56,9 @@ void LayerShellConnection::global(void* data, wl_registry* registry, uint32_t na
                                   uint32_t version) {
     auto* self = static_cast<LayerShellConnection*>(data);
     if (std::strcmp(interface, wl_compositor_interface.name) == 0 && !self->compositor_) {
-        self->compositor_ =
-            static_cast<wl_compositor*>(wl_registry_bind(registry, name, &wl_compositor_interface, std::min(version, 4u)));
+        self->compositorVersion_ = std::min(version, 4u);
+        self->compositor_ = static_cast<wl_compositor*>(
+            wl_registry_bind(registry, name, &wl_compositor_interface, self->compositorVersion_));
     } else if (std::strcmp(interface, zwlr_layer_shell_v1_interface.name) == 0 && !self->layerShell_) {
         self->layerShellVersion_ = std::min(version, wantedLayerShellVersion);
         self->layerShell_ = static_cast<zwlr_layer_shell_v1*>(
@@ -79,6 +80,8 @@ LayerShellSurface::LayerShellSurface(LayerShellConnection& connection, wl_output
                                      const LayerSurfacePlacement& placement, Callbacks callbacks)
     : connection_(connection), callbacks_(std::move(callbacks)), output_(output), placement_(placement) {
     surface_ = wl_compositor_create_surface(connection.compositor());
+    static const wl_surface_listener surfaceListener{&LayerShellSurface::enter, &LayerShellSurface::leave};
+    wl_surface_add_listener(surface_, &surfaceListener, this);
     // Clicks and touches go to whatever lies below: an empty input region.
     wl_region* empty = wl_compositor_create_region(connection.compositor());
     wl_surface_set_input_region(surface_, empty);
@@ -130,6 +133,27 @@ void LayerShellSurface::requestFrame() {
     frame_ = wl_surface_frame(surface_);
     static const wl_callback_listener listener{&LayerShellSurface::done};
     wl_callback_add_listener(frame_, &listener, this);
+}
+
+bool LayerShellSurface::setBufferScale(int scale) {
+    if (connection_.compositorVersion() < 3) return scale == 1;
+    wl_surface_set_buffer_scale(surface_, scale);
+    return true;
+}
+
+void LayerShellSurface::enter(void* data, wl_surface*, wl_output* output) {
+    auto* self = static_cast<LayerShellSurface*>(data);
+    if (std::find(self->entered_.begin(), self->entered_.end(), output) != self->entered_.end()) return;
+    self->entered_.push_back(output);
+    if (self->callbacks_.outputsChanged) self->callbacks_.outputsChanged();
+}
+
+void LayerShellSurface::leave(void* data, wl_surface*, wl_output* output) {
+    auto* self = static_cast<LayerShellSurface*>(data);
+    const auto found = std::find(self->entered_.begin(), self->entered_.end(), output);
+    if (found == self->entered_.end()) return;
+    self->entered_.erase(found);
+    if (self->callbacks_.outputsChanged) self->callbacks_.outputsChanged();
 }
 
 void LayerShellSurface::configure(void* data, zwlr_layer_surface_v1* layerSurface, uint32_t serial, uint32_t width,
