@@ -97,7 +97,9 @@ void PulseCaptureSource::begin(std::uint64_t run) {
 }
 
 void PulseCaptureSource::connectionDidEnd(PulseConnection::Ending ending) {
-    if (running_) failRun(connectionFailure(ending.refused, ending.wasAccepted));
+    if (!running_) return;
+    failRun(ending.couldNotStart ? unavailable(AudioCaptureReason::cannotStart)
+                                 : connectionFailure(ending.refused, ending.wasAccepted));
 }
 
 void PulseCaptureSource::follow() {

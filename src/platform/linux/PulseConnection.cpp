@@ -152,12 +152,12 @@ void PulseConnection::connect() {
     state_ = State::connecting;
     reachedReady_ = false;
     if (!context_) {
-        lost({});
+        lost({.couldNotStart = true});
         return;
     }
     pa_context_set_state_callback(context_, &PulseConnection::onContextState, this);
     if (pa_context_connect(context_, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0 && context_) {
-        lost({pa_context_errno(context_) == PA_ERR_ACCESS, false});
+        lost({.refused = pa_context_errno(context_) == PA_ERR_ACCESS});
     }
 }
 
@@ -239,7 +239,7 @@ void PulseConnection::onContextState(pa_context* context, void* opaque) {
             // Only the server's answer to our credentials means "not allowed"; losing an accepted
             // connection later is just the server going away.
             const bool refused = !self->reachedReady_ && pa_context_errno(context) == PA_ERR_ACCESS;
-            self->lost({refused, self->reachedReady_});
+            self->lost({.refused = refused, .wasAccepted = self->reachedReady_});
             break;
         }
         default:
@@ -319,7 +319,7 @@ void PulseConnection::setSinkNone() {
     if (sinkKnowledge_ == SinkKnowledge::none) return;
     sinkKnowledge_ = SinkKnowledge::none;
     defaultSink_ = {};
-    announce({false, true, true});
+    announce({.sink = true, .volume = true});
 }
 
 void PulseConnection::announce(SinkChange change) {

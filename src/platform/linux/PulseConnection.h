@@ -58,10 +58,12 @@ public:
         bool volume = false;
     };
 
-    // How a connection ended: refused by the server, never reached, or lost after it was accepted.
+    // How a connection ended: refused by the server, never reached, or lost after it was accepted; or
+    // libpulse could not even make one.
     struct Ending {
         bool refused = false;
         bool wasAccepted = false;
+        bool couldNotStart = false;
     };
 
     struct Observer {
