@@ -20,6 +20,7 @@ test_packages=(
   desktop-file-utils appstream lintian man-db dpkg-dev file libglib2.0-bin
   sway grim weston xwayland
   clang libclang-rt-14-dev
+  strace
 )
 
 # The benchmarks also run cava, the peer the CPU figures are measured against.

@@ -3,6 +3,7 @@
 #include <wayland-client.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 #include "core/Logging.h"
@@ -46,6 +47,7 @@ LayerShellConnection::~LayerShellConnection() {
         else
             wl_proxy_destroy(reinterpret_cast<wl_proxy*>(layerShell_));
     }
+    if (shm_) wl_shm_destroy(shm_);
     if (compositor_) wl_compositor_destroy(compositor_);
     if (registry_) wl_registry_destroy(registry_);
     if (wrapper_) wl_proxy_wrapper_destroy(wrapper_);
@@ -59,6 +61,8 @@ void LayerShellConnection::global(void* data, wl_registry* registry, uint32_t na
         self->compositorVersion_ = std::min(version, 4u);
         self->compositor_ = static_cast<wl_compositor*>(
             wl_registry_bind(registry, name, &wl_compositor_interface, self->compositorVersion_));
+    } else if (std::strcmp(interface, wl_shm_interface.name) == 0 && !self->shm_) {
+        self->shm_ = static_cast<wl_shm*>(wl_registry_bind(registry, name, &wl_shm_interface, 1));
     } else if (std::strcmp(interface, zwlr_layer_shell_v1_interface.name) == 0 && !self->layerShell_) {
         self->layerShellVersion_ = std::min(version, wantedLayerShellVersion);
         self->layerShell_ = static_cast<zwlr_layer_shell_v1*>(
@@ -139,6 +143,20 @@ bool LayerShellSurface::setBufferScale(int scale) {
     if (connection_.compositorVersion() < 3) return scale == 1;
     wl_surface_set_buffer_scale(surface_, scale);
     return true;
+}
+
+void LayerShellSurface::commit() {
+    wl_surface_commit(surface_);
+    connection_.events().flush();
+}
+
+void LayerShellSurface::damageBuffer(const QRect& pixels) {
+    // Buffer coordinates need wl_surface version 4; before that the whole surface is damaged.
+    if (pixels.isNull() || connection_.compositorVersion() < 4) {
+        wl_surface_damage(surface_, 0, 0, INT32_MAX, INT32_MAX);
+    } else {
+        wl_surface_damage_buffer(surface_, pixels.x(), pixels.y(), pixels.width(), pixels.height());
+    }
 }
 
 void LayerShellSurface::enter(void* data, wl_surface*, wl_output* output) {

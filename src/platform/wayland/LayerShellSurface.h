@@ -3,6 +3,7 @@
 // wl_surface with the layer role, no input region and no keyboard focus, placed by anchors and
 // margins. It reports the sizes the compositor configures, frame callbacks and its closing.
 
+#include <QRect>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -13,6 +14,7 @@
 struct wl_compositor;
 struct wl_output;
 struct wl_registry;
+struct wl_shm;
 struct wl_surface;
 struct wl_callback;
 struct zwlr_layer_shell_v1;
@@ -30,6 +32,8 @@ public:
     WaylandEventQueue& events() { return *events_; }
     wl_compositor* compositor() const { return compositor_; }
     zwlr_layer_shell_v1* layerShell() const { return layerShell_; }
+    // Shared memory for buffers drawn on the CPU; null on a compositor without it.
+    wl_shm* shm() const { return shm_; }
     unsigned layerShellVersion() const { return layerShellVersion_; }
     unsigned compositorVersion() const { return compositorVersion_; }
 
@@ -43,6 +47,7 @@ private:
     wl_registry* registry_ = nullptr;
     wl_compositor* compositor_ = nullptr;
     zwlr_layer_shell_v1* layerShell_ = nullptr;
+    wl_shm* shm_ = nullptr;
     unsigned layerShellVersion_ = 0;
     unsigned compositorVersion_ = 0;
 };
@@ -68,6 +73,8 @@ public:
     bool place(const LayerSurfacePlacement& placement);
     // Asks for a frame callback with the next commit.
     void requestFrame();
+    // Commits what was attached, damaged and set, and sends it.
+    void commit();
     bool isConfigured() const { return configured_; }
     bool isFramePending() const { return frame_ != nullptr; }
     wl_surface* surface() const { return surface_; }
@@ -77,6 +84,8 @@ public:
     // Buffers from the next commit on are `scale` times the surface-local size (where the
     // compositor can be told; answers whether it could).
     bool setBufferScale(int scale);
+    // Tells the compositor which of the buffer's pixels changed (all of them for a null rectangle).
+    void damageBuffer(const QRect& pixels);
     const LayerSurfacePlacement& placement() const { return placement_; }
 
 private:
