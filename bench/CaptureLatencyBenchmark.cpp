@@ -1,7 +1,9 @@
 // From sound to wave: the time from writing a tone burst into the sink of a private PulseAudio server
 // to the first frame, delivered on the main thread, whose level rose. Measured in steady state (the
 // capture has been running for a while), one burst per iteration, 50 bursts; reports the median and
-// the worst, for the capture's fragment size (20 ms) and others, behind a short and a long player buffer.
+// the worst, for the capture's fragment size (20 ms) and others, behind a short and a long player buffer,
+// with the capture on a connection of its own or, as in the program, on the connection it shares with
+// the output volume.
 //
 //   build/bench/bench_capture
 
@@ -17,6 +19,7 @@
 
 #include "core/Clock.h"
 #include "platform/linux/PulseCaptureSource.h"
+#include "platform/linux/PulseOutputVolume.h"
 #include "support/ManualMainQueue.h"
 #include "support/PulsePlayer.h"
 #include "support/PulseServer.h"
@@ -80,15 +83,24 @@ void BM_SoundToFrameLatency(benchmark::State& state) {
     double levelBeforeBurst = 0;
     std::int64_t roseAt = 0;
     bool failed = false;
-    auto monitor = lorvane::makePulseAudioLevelMonitor(
-        [&](const lorvane::AudioVisualizationFrame& frame) {
-            ++frameCount;
-            level = frame.level;
-            if (bursts.writtenAt != 0 && roseAt == 0 && frame.level > levelBeforeBurst + 0.05) {
-                roseAt = nowNanoseconds();
-            }
-        },
-        [&](lorvane::AudioCaptureFailure) { failed = true; }, queue, clock, static_cast<double>(state.range(0)) / 1000);
+    auto onFrame = [&](const lorvane::AudioVisualizationFrame& frame) {
+        ++frameCount;
+        level = frame.level;
+        if (bursts.writtenAt != 0 && roseAt == 0 && frame.level > levelBeforeBurst + 0.05) {
+            roseAt = nowNanoseconds();
+        }
+    };
+    auto onFailure = [&](lorvane::AudioCaptureFailure) { failed = true; };
+    const double fragmentSeconds = static_cast<double>(state.range(0)) / 1000;
+    std::shared_ptr<lorvane::PulseConnection> connection;
+    std::unique_ptr<lorvane::PulseOutputVolume> volume;
+    if (state.range(2) != 0) {
+        connection = std::make_shared<lorvane::PulseConnection>();
+        volume = std::make_unique<lorvane::PulseOutputVolume>(connection);
+    }
+    auto monitor = connection ? lorvane::makePulseAudioLevelMonitor(onFrame, onFailure, queue, clock, connection,
+                                                                    fragmentSeconds)
+                              : lorvane::makePulseAudioLevelMonitor(onFrame, onFailure, queue, clock, fragmentSeconds);
     monitor->start();
     // Past the start-up wait, into steady state.
     if (!queue.runUntil([&] { return frameCount >= 90 || failed; }, 10s) || failed) {
@@ -126,14 +138,17 @@ void BM_SoundToFrameLatency(benchmark::State& state) {
 // Arguments: the capture fragment in milliseconds (the program uses 20), and the player's buffer in
 // milliseconds. With a 10 ms player the sink runs at the player's pace whatever the capture asks;
 // behind a 200 ms buffer, as music players keep, the capture's fragment sets the sink's pace, and the
-// time includes the player's own buffer.
+// time includes the player's own buffer. The third argument puts the capture on the connection shared
+// with the output volume (1), as the program does, or on one of its own (0).
 BENCHMARK(BM_SoundToFrameLatency)
-    ->ArgNames({"fragment_ms", "player_ms"})
-    ->Args({10, 10})
-    ->Args({20, 10})
-    ->Args({30, 10})
-    ->Args({10, 200})
-    ->Args({20, 200})
+    ->ArgNames({"fragment_ms", "player_ms", "shared"})
+    ->Args({10, 10, 0})
+    ->Args({20, 10, 0})
+    ->Args({30, 10, 0})
+    ->Args({10, 200, 0})
+    ->Args({20, 200, 0})
+    ->Args({20, 10, 1})
+    ->Args({20, 200, 1})
     ->Iterations(50)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace

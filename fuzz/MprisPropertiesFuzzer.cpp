@@ -1,7 +1,7 @@
 // Any bytes as what a player answers over D-Bus: the bytes are decoded into a property map of every
 // shape a player might send (strings, numbers, lists, nested variants, wrong types) and read through
 // the same helpers the playback code uses. Nothing may crash, and no text read from a player may
-// exceed the bound on text from other processes.
+// exceed the bound on text from other processes, nor reach the main thread with a wrong type.
 
 #include <QDBusMessage>
 #include <QDBusVariant>
@@ -16,6 +16,7 @@
 
 #include "core/MusicPlayer.h"
 #include "platform/linux/MprisBus.h"
+#include "platform/linux/MprisSignalRelay.h"
 
 namespace {
 
@@ -90,6 +91,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         if (const auto text = mpris::stringProperty(properties, name)) require(bounded(*text));
         (void)mpris::doubleProperty(properties, name);
         (void)mpris::unwrapped(properties.value(name));
+    }
+    // What the signal thread hands on: only read names, texts within the bound, the right types.
+    for (const QString& interface : {mpris::rootInterface, mpris::playerInterface}) {
+        const QVariantMap kept = MprisSignalReceiver::keptProperties(interface, properties);
+        for (auto it = kept.constBegin(); it != kept.constEnd(); ++it) {
+            require(names.contains(it.key()));
+            if (it.key() == QLatin1String("Volume")) {
+                require(it.value().metaType() == QMetaType::fromType<double>());
+            } else {
+                require(it.value().metaType() == QMetaType::fromType<QString>() && bounded(it.value().toString()));
+            }
+        }
     }
     // The whole input as text: cut to the bound, at a character boundary, keeping its start.
     const QString whole = QString::fromUtf8(reinterpret_cast<const char*>(data), static_cast<qsizetype>(size));

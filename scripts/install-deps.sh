@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian 12 packages Lorvane needs, and nothing when they are all present.
-# Usage: scripts/install-deps.sh build|test
+# Usage: scripts/install-deps.sh build|test|bench
 set -euo pipefail
 
 build_packages=(
@@ -20,10 +20,19 @@ test_packages=(
   desktop-file-utils appstream lintian man-db dpkg-dev file libglib2.0-bin
   sway grim weston xwayland
   clang libclang-rt-14-dev
+  strace
 )
 
+# The benchmarks also run cava, the peer the CPU figures are measured against.
+bench_packages=(cava)
+
 packages=("${build_packages[@]}")
-[ "${1:-build}" = test ] && packages+=("${test_packages[@]}")
+case "${1:-build}" in
+  build) ;;
+  test) packages+=("${test_packages[@]}") ;;
+  bench) packages+=("${test_packages[@]}" "${bench_packages[@]}") ;;
+  *) echo "usage: $0 build|test|bench" >&2; exit 2 ;;
+esac
 
 # One dpkg-query for all packages keeps the "everything is there" case quick.
 installed=$(dpkg-query -W -f='${Package} ${Status}\n' "${packages[@]}" 2>/dev/null | awk '$4 == "installed" {print $1}' || true)

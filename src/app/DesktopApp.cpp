@@ -40,7 +40,8 @@ DesktopApp::DesktopApp(Options options)
       soundSettings_(&alerts_),
       overlayPath_(options.overlayPath),
       // A capture backing off because the sound server was gone is retried as soon as it is back.
-      outputVolume_(1.0, [this] {
+      soundServer_(std::make_shared<PulseConnection>()),
+      outputVolume_(soundServer_, [this] {
           mainQueue_.post([this] {
               if (delegate_) delegate_->soundServerDidAppear();
           });
@@ -116,7 +117,8 @@ AppFactories DesktopApp::makeFactories() {
     };
     factories.makeAudioLevelMonitor = [this](FrameCallback frameDidChange,
                                              FailureCallback captureDidFail) -> std::unique_ptr<AudioLevelMonitoring> {
-        return makePulseAudioLevelMonitor(std::move(frameDidChange), std::move(captureDidFail), mainQueue_, uptime_);
+        return makePulseAudioLevelMonitor(std::move(frameDidChange), std::move(captureDidFail), mainQueue_, uptime_,
+                                          soundServer_);
     };
     return factories;
 }

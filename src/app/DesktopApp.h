@@ -58,6 +58,8 @@ private:
     QtApplicationTerminator terminator_;
     SteadyClock uptime_;
     OverlayPath overlayPath_;
+    // The one connection to the sound server, shared by the output volume and every capture run.
+    std::shared_ptr<PulseConnection> soundServer_;
     PulseOutputVolume outputVolume_;
     std::shared_ptr<QSettingsStore> settingsStore_;
     QPointer<SettingsView> settingsView_;

@@ -122,11 +122,7 @@ void OverlayPreferences::setDisplayMode(OverlayDisplayMode value) {
 }
 void OverlayPreferences::setPosition(OverlayPosition value) { writeRawValue(PreferenceKey::position, position_, value); }
 void OverlayPreferences::setColor(WaveColor value) { writeRawValue(PreferenceKey::color, color_, value); }
-void OverlayPreferences::setRenderer(RendererChoice value) {
-    objectWillChange();
-    renderer_ = value;
-    defaults_->setString(rendererKey, std::string(rawValue(renderer_)));
-}
+void OverlayPreferences::setRenderer(RendererChoice value) { writeRawValue(PreferenceKey::renderer, renderer_, value); }
 
 void OverlayPreferences::setEnabledPlayers(MusicPlayerSet value) {
     objectWillChange();

@@ -48,13 +48,14 @@ enum class PreferenceKey {
     displayMode,
     position,
     color,
-    enabledPlayers
+    enabledPlayers,
+    renderer
 };
 template <>
 struct EnumTraits<PreferenceKey> {
-    static constexpr std::array<std::string_view, 8> rawValues{
-        "overlayEnabled", "autoShow",        "avoidsCoveringWindows", "audioResponsive",
-        "overlayDisplayMode", "overlayPosition", "waveColor",          "enabledMusicPlayers"};
+    static constexpr std::array<std::string_view, 9> rawValues{
+        "overlayEnabled",     "autoShow",        "avoidsCoveringWindows", "audioResponsive", "overlayDisplayMode",
+        "overlayPosition",    "waveColor",       "enabledMusicPlayers",   "renderer"};
 };
 
 class OverlayPreferences {
@@ -75,7 +76,7 @@ public:
     static constexpr const char* seenOtherPlayersKey = "seenOtherPlayers";
     // Remembered players beyond this many push out the oldest.
     static constexpr std::size_t maxSeenOtherPlayers = 64;
-    static constexpr const char* rendererKey = "renderer";
+    static constexpr const char* rendererKey = rawValue(PreferenceKey::renderer).data();
 
     // Reads every member from the store; writes nothing.
     explicit OverlayPreferences(std::shared_ptr<KeyValueStore> defaults);

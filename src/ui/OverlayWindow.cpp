@@ -80,8 +80,9 @@ OverlayWindow::OverlayWindow(std::shared_ptr<OverlayPreferences> preferences, st
         if (isExposed()) ticker_.start();
     });
     modelObservation_ = model_->objectWillChange.connect([this] { modelWillChange(); });
-    preferencesObservation_ = observedPreferences_->objectWillChange.connect([this] {
-        if (preferencesCheckPending_) return;
+    // Only the drawing path is this window's own business; placement follows the controller.
+    preferencesObservation_ = observedPreferences_->changed.connect([this](PreferenceKey key) {
+        if (key != PreferenceKey::renderer || preferencesCheckPending_) return;
         preferencesCheckPending_ = true;
         QMetaObject::invokeMethod(this, [this] { preferencesDidChange(); }, Qt::QueuedConnection);
     });
@@ -90,7 +91,7 @@ OverlayWindow::OverlayWindow(std::shared_ptr<OverlayPreferences> preferences, st
 
 OverlayWindow::~OverlayWindow() {
     model_->objectWillChange.disconnect(modelObservation_);
-    observedPreferences_->objectWillChange.disconnect(preferencesObservation_);
+    observedPreferences_->changed.disconnect(preferencesObservation_);
     ticker_.stop();
     releaseSurfaces();
 }

@@ -94,7 +94,7 @@ private:
     bool preferencesCheckPending_ = false;
     long long framesDrawn_ = 0;
     Signal<>::Id modelObservation_ = 0;
-    Signal<>::Id preferencesObservation_ = 0;
+    Signal<PreferenceKey>::Id preferencesObservation_ = 0;
 };
 
 // The GL_RENDERER of a wave context on this display, asked once; nothing when no context can be made.

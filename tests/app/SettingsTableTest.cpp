@@ -71,6 +71,8 @@ TEST(SettingsTable, DefaultsAreTheStoresDefaults) {
     EXPECT_EQ(empty.displayMode(), defaultChoice<OverlayDisplayMode>(PreferenceKey::displayMode));
     EXPECT_EQ(empty.position(), defaultChoice<OverlayPosition>(PreferenceKey::position));
     EXPECT_EQ(empty.color(), defaultChoice<WaveColor>(PreferenceKey::color));
+    EXPECT_EQ(empty.renderer(), defaultChoice<RendererChoice>(PreferenceKey::renderer));
+    EXPECT_EQ(defaultChoice<RendererChoice>(PreferenceKey::renderer), RendererChoice::automatic);
     // And those are the documented ones.
     EXPECT_TRUE(defaultToggle(PreferenceKey::autoShow));
     EXPECT_EQ(defaultChoice<OverlayPosition>(PreferenceKey::position), OverlayPosition::center);
@@ -92,6 +94,12 @@ TEST(SettingsTable, ChoicesListEveryCaseInOrder) {
     for (OverlayPosition position : allCases<OverlayPosition>()) {
         EXPECT_EQ(positions[caseIndex(position)].rawValue, rawValue(position));
         EXPECT_EQ(positions[caseIndex(position)].menuTitle, title(position));
+    }
+    const auto& drawing = setting(SettingKey::renderer).options;
+    ASSERT_EQ(drawing.size(), caseCount<RendererChoice>());
+    for (RendererChoice choice : allCases<RendererChoice>()) {
+        EXPECT_EQ(drawing[caseIndex(choice)].rawValue, rawValue(choice));
+        EXPECT_TRUE(drawing[caseIndex(choice)].menuTitle.empty()) << "the drawing path is not in the tray menu";
     }
     const auto& colors = setting(SettingKey::color).options;
     ASSERT_EQ(colors.size(), caseCount<WaveColor>());

@@ -31,6 +31,7 @@
 
 #include "app/QtTestEnvironment.h"
 #include "core/Clock.h"
+#include "ui/OverlayWindow.h"
 #include "ui/shell/ChoiceGroup.h"
 #include "ui/shell/SettingsView.h"
 #include "ui/shell/SettingsWindow.h"
@@ -744,30 +745,24 @@ TEST(SettingsPreview, ANewlyChosenColourShowsInTheNextFrame) {
     EXPECT_GT(reddest(), 120);
 }
 
-TEST(SettingsPreview, DrawsOnTheCpuPathWhenTheSettingAsksForIt) {
+// The CPU path redraws one picture frame after frame: it still moves with time and the analysis.
+TEST(SettingsPreview, OnTheCpuPathMovesWithTheLiveAnalysisAndWithTheIdleWave) {
+    if (!qEnvironmentVariableIsEmpty("LORVANE_RENDERER")) GTEST_SKIP() << "LORVANE_RENDERER chooses the path";
     Settings s;
     WavePreview* preview = s.view()->preview();
     preview->setOpenGlAllowed(true);
     s.preferences.setRenderer(RendererChoice::cpu);
-    s.preferences.setColor(WaveColor::orange);
     s.show();
-    ASSERT_TRUE(waitUntil([&] { return preview->framesDrawn() >= 2; }));
-    EXPECT_TRUE(preview->drewOnCpu());
-    // The wave is there, in its colour: some pixel far redder than blue.
-    const QImage image = preview->grab().toImage();
-    int reddest = -255;
-    for (int y = 0; y < image.height(); ++y) {
-        for (int x = 0; x < image.width(); ++x) {
-            const QColor c = image.pixelColor(x, y);
-            reddest = std::max(reddest, c.red() - c.blue());
-        }
-    }
-    EXPECT_GT(reddest, 120);
-    // Frames keep coming from the same image, and the picture moves with time.
-    const long long before = preview->framesDrawn();
+    auto picture = [&] { return preview->grab().toImage(); };
+    const QImage idle = picture();
+    EXPECT_EQ(preview->lastDrawingPath(), DrawingPath::cpu);
     s.clock.advance(0.5);
-    ASSERT_TRUE(waitUntil([&] { return preview->framesDrawn() >= before + 2; }));
-    EXPECT_NE(preview->grab().toImage(), image);
+    const QImage idleLater = picture();
+    EXPECT_NE(idle, idleLater);
+    s.model.updateLiveFrame({0.95, 1.6, 1.0, std::vector<double>(96, 0.9)});
+    const QImage loud = picture();
+    EXPECT_NE(loud, idleLater);
+    EXPECT_EQ(preview->lastDrawingPath(), DrawingPath::cpu);
 }
 
 TEST(SettingsPreview, MovesWithTheLiveAnalysisAndWithTheIdleWave) {
@@ -782,4 +777,34 @@ TEST(SettingsPreview, MovesWithTheLiveAnalysisAndWithTheIdleWave) {
     s.model.updateLiveFrame({0.95, 1.6, 1.0, std::vector<double>(96, 0.9)});
     const QImage loud = picture();
     EXPECT_NE(loud, idleLater);  // and follows the analysis at the same time
+}
+
+// The preview draws the way the overlay does: the drawing setting switches it, and where OpenGL
+// cannot draw it stays on the CPU path.
+TEST(SettingsPreview, FollowsTheDrawingSetting) {
+    if (!qEnvironmentVariableIsEmpty("LORVANE_RENDERER")) GTEST_SKIP() << "LORVANE_RENDERER chooses the path";
+    Settings s;
+    WavePreview* preview = s.view()->preview();
+    preview->setOpenGlAllowed(true);
+    s.show();
+    const auto drawnWith = [&](DrawingPath path) {
+        const long long before = preview->framesDrawn();
+        return waitUntil([&] { return preview->framesDrawn() > before + 1 && preview->lastDrawingPath() == path; });
+    };
+    const bool glDraws = openGlRendererName().has_value();
+    EXPECT_TRUE(drawnWith(chooseDrawingPath("", RendererChoice::automatic, openGlRendererName())));
+    s.preferences.setRenderer(RendererChoice::cpu);
+    EXPECT_TRUE(drawnWith(DrawingPath::cpu));
+    s.preferences.setRenderer(RendererChoice::gl);
+    EXPECT_TRUE(drawnWith(glDraws ? DrawingPath::gl : DrawingPath::cpu));
+    // Both paths draw the chosen colour's bars.
+    s.preferences.setColor(WaveColor::orange);
+    const long long before = preview->framesDrawn();
+    ASSERT_TRUE(waitUntil([&] { return preview->framesDrawn() > before + 1; }));
+    const QImage image = preview->grab().toImage();
+    int reddest = -255;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) reddest = std::max(reddest, image.pixelColor(x, y).red() - image.pixelColor(x, y).blue());
+    }
+    EXPECT_GT(reddest, 120);
 }

@@ -420,6 +420,33 @@ TEST(SettingsWindow, PositionPickerIsDisabledInFogButKeepsTheStoredPosition) {
     EXPECT_TRUE(position->isEnabled());
 }
 
+TEST(SettingsWindow, TheDrawingChoiceUnderGeneralReadsAndWritesTheRendererSetting) {
+    ShellHarness s;
+    s.launch();
+    ChoiceGroup* drawing = nullptr;
+    for (ChoiceGroup* picker : s.view()->findChildren<ChoiceGroup*>()) {
+        if (picker->accessibleName() == "Drawing") drawing = picker;
+    }
+    ASSERT_TRUE(drawing);
+    ASSERT_EQ(drawing->count(), 3);
+    EXPECT_EQ(drawing->button(0)->text(), "Automatic");
+    EXPECT_EQ(drawing->button(1)->text(), "Processor");
+    EXPECT_EQ(drawing->button(2)->text(), "OpenGL");
+    EXPECT_EQ(drawing->currentIndex(), 0);
+
+    drawing->button(1)->click();
+    drainEvents();
+    EXPECT_EQ(s.h.app->preferences().renderer(), RendererChoice::cpu);
+    EXPECT_EQ(s.h.store->string(OverlayPreferences::rendererKey), "cpu");
+
+    // A change made elsewhere shows in the group, and only the drawing row is touched.
+    const long long colourUpdates = s.view()->preferenceUpdates(PreferenceKey::color);
+    s.h.app->preferences().setRenderer(RendererChoice::gl);
+    EXPECT_EQ(drawing->currentIndex(), 2);
+    EXPECT_TRUE(drawing->button(2)->isChecked());
+    EXPECT_EQ(s.view()->preferenceUpdates(PreferenceKey::color), colourUpdates);
+}
+
 TEST(SettingsWindow, SwatchesPickTheColourAndMarkTheSelection) {
     ShellHarness s;
     s.launch();

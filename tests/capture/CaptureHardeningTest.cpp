@@ -5,6 +5,7 @@
 
 #include <dirent.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -139,25 +140,28 @@ TEST(CaptureHardening, NonFiniteAndDenormalSamplesInTheSinkLeaveTheLiveModelFini
     monitor->stop();
 }
 
-// The controller with the real capture and the real volume connection as the server's watcher, the
-// way the desktop program wires them; only the playback monitor, the windows and the tray are fakes.
+// The controller with the real capture and the real volume on one shared connection, the volume as the
+// server's watcher, the way the desktop program wires them; only the playback monitor, the windows and
+// the tray are fakes.
 class ServerRestarts : public ::testing::Test {
 protected:
     void SetUp() override {
         ASSERT_TRUE(server->running()) << server->why();
         harness = std::make_unique<AppHarness>(std::make_shared<MemoryKeyValueStore>(), [this](AppEnvironment& env) {
             env.factories.makeAudioLevelMonitor = [this](FrameCallback frame, FailureCallback failure) {
-                return makePulseAudioLevelMonitor(std::move(frame), std::move(failure), harness->queue, steady);
+                return makePulseAudioLevelMonitor(std::move(frame), std::move(failure), harness->queue, steady,
+                                                  connection);
             };
         });
         volume = std::make_unique<PulseOutputVolume>(
-            0.25, [this] { harness->queue.post([this] { harness->app->soundServerDidAppear(); }); });
+            connection, [this] { harness->queue.post([this] { harness->app->soundServerDidAppear(); }); });
         harness->launch();
     }
     void TearDown() override {
         if (harness) harness->app->applicationWillTerminate();
         volume.reset();
         harness.reset();
+        connection.reset();
     }
 
     bool live() const { return harness->app->visualizerModel().captureStatus() == AudioCaptureStatus::live; }
@@ -167,6 +171,7 @@ protected:
 
     std::unique_ptr<PulseServer> server = std::make_unique<PulseServer>();
     SteadyClock steady;
+    std::shared_ptr<PulseConnection> connection = std::make_shared<PulseConnection>(0.25);
     std::unique_ptr<AppHarness> harness;
     std::unique_ptr<PulseOutputVolume> volume;
 };
@@ -208,6 +213,8 @@ TEST_F(ServerRestarts, TwentyKillsAndRestartsWhileLiveComeBackLiveWithoutRetryAn
     const std::size_t threadsBaseline = *std::max_element(threadCounts.begin(), threadCounts.begin() + 3);
     EXPECT_LE(files.back(), filesBaseline) << "open files by round: " << ::testing::PrintToString(files);
     EXPECT_LE(threadCounts.back(), threadsBaseline) << "threads by round: " << ::testing::PrintToString(threadCounts);
+    // Capture and the volume came back on one connection, not one each.
+    EXPECT_EQ(server->clientCount(getpid(), "com.tarnhollow.Lorvane"), 1);
     RecordProperty("slowest_return_seconds", std::to_string(slowestReturn));
     std::printf("server restarts survived: %d, slowest return to live: %.2f s\n", restarts, slowestReturn);
 }

@@ -116,14 +116,14 @@ protected:
     Recorder recorder;
 };
 
-TEST_F(PulseCaptureSourceTest, DeliversSmallFloatBlocksOfTheDefaultMonitorOnItsOwnNamedThread) {
+TEST_F(PulseCaptureSourceTest, DeliversSmallFloatBlocksOfTheDefaultMonitorOnTheConnectionsNamedThread) {
     PulsePlayer player(PulsePlayer::sine(1000, 0.447));
     ASSERT_TRUE(player.waitUntilPlaying(5s)) << player.why();
     PulseCaptureSource source;
     source.start(recorder.handlers());
     ASSERT_TRUE(recorder.waitForBlocks(60, 10s));
     EXPECT_TRUE(recorder.failures().empty());
-    EXPECT_EQ(recorder.threadNames(), std::vector<std::string>{"lorvane-samples"});
+    EXPECT_EQ(recorder.threadNames(), std::vector<std::string>{PulseConnection::threadName});
     EXPECT_TRUE(recorder.formatsWereRight());
     EXPECT_NEAR(recorder.loudestRms(), 0.316, 0.01);  // the -10 dBFS tone, unchanged
     EXPECT_EQ(source.recordedSource(), "lorvane_null.monitor");

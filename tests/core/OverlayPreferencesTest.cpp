@@ -232,10 +232,12 @@ TEST(OverlayPreferencesChanges, EachMemberAnnouncesItsOwnKeyAfterTheChange) {
     p->setPosition(OverlayPosition::bottom);
     p->setColor(WaveColor::neon);
     p->setPlayer(MusicPlayer::spotify, false);
+    p->setRenderer(RendererChoice::cpu);
     const std::vector<PreferenceKey> expected{PreferenceKey::overlayEnabled,  PreferenceKey::autoShow,
                                               PreferenceKey::avoidsCoveringWindows, PreferenceKey::audioResponsive,
                                               PreferenceKey::displayMode,     PreferenceKey::position,
-                                              PreferenceKey::color,           PreferenceKey::enabledPlayers};
+                                              PreferenceKey::color,           PreferenceKey::enabledPlayers,
+                                              PreferenceKey::renderer};
     EXPECT_EQ(log.keys, expected);
     EXPECT_EQ(log.storedWhenAnnounced, std::vector<bool>(expected.size(), true));
     EXPECT_EQ(seenValues, std::vector<bool>{false});
@@ -249,7 +251,9 @@ TEST(OverlayPreferencesChanges, AnUnchangedValueIsWrittenButNotAnnounced) {
     p->setOverlayEnabled(true);
     p->setColor(WaveColor::cyan);
     p->setPlayer(MusicPlayer::spotify, true);
+    p->setRenderer(RendererChoice::automatic);
     EXPECT_TRUE(log.keys.empty());
+    EXPECT_EQ(f.store->string(OverlayPreferences::rendererKey), "automatic");
     EXPECT_EQ(f.store->string(OverlayPreferences::positionKey), "center");
     EXPECT_TRUE(f.store->object(OverlayPreferences::overlayEnabledKey));
     EXPECT_TRUE(f.store->stringArray(OverlayPreferences::enabledPlayersKey));
@@ -261,6 +265,7 @@ TEST(OverlayPreferencesChanges, KeysRawValuesAreTheStoreKeys) {
     EXPECT_EQ(rawValue(PreferenceKey::color), "waveColor");
     EXPECT_EQ(rawValue(PreferenceKey::enabledPlayers), "enabledMusicPlayers");
     EXPECT_STREQ(OverlayPreferences::autoShowKey, "autoShow");
+    EXPECT_STREQ(OverlayPreferences::rendererKey, "renderer");
 }
 
 // MARK: Other players and hand-edited player lists

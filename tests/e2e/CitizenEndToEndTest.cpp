@@ -19,6 +19,7 @@
 
 #include "AppDesktop.h"
 #include "CoreApplicationEnvironment.h"
+#include "TestPlayerProcess.h"
 #include "core/DesktopEntry.h"
 
 using namespace lorvane::test;
@@ -202,4 +203,48 @@ TEST_F(Citizen, ASettingsFileThatCannotBeSavedNeitherFreezesNorGoesUnmentioned) 
         EXPECT_TRUE(lorvane.output().contains("Settings cannot be saved")) << lorvane.output().toStdString();
         EXPECT_TRUE(waitFor([&] { return desktop.tray().registeredItems().isEmpty(); }, 10s));
     }
+}
+
+// Players that never answer and one that renames itself to a new 4 MB text five times a second: the
+// tray host's GetLayout is still answered promptly, every time.
+TEST_F(Citizen, HungPlayersAndAHugeChurningIdentityLeaveTheMenuAnswering) {
+    ASSERT_TRUE(start({"--background"})) << lorvane.output().toStdString();
+    std::vector<std::unique_ptr<TestPlayerProcess>> players;
+    for (int i = 0; i < 4; ++i) {
+        players.push_back(std::make_unique<TestPlayerProcess>(
+            desktop.bus().address(),
+            std::vector<std::string>{"--name", "hung" + std::to_string(i), "--status", "Playing", "--hang"}));
+        ASSERT_TRUE(players.back()->isReady()) << players.back()->error();
+    }
+    TestPlayerProcess churn(desktop.bus().address(),
+                            {"--name", "churn", "--desktop-entry", "churn", "--status", "Playing"});
+    ASSERT_TRUE(churn.isReady()) << churn.error();
+    ASSERT_TRUE(churn.command("identity-churn 4194304 5"));
+    // The churning player's line shows its name cut to a bounded length.
+    auto churnLine = [&]() -> QString {
+        const auto menu = desktop.tray().layout();
+        if (!menu) return {};
+        for (const MenuNode& node : menu->children) {
+            if (node.label().size() > 900 && node.label().endsWith(": Playing")) return node.label();
+        }
+        return {};
+    };
+    ASSERT_TRUE(waitFor([&] { return !churnLine().isEmpty(); }, 30s));
+    const QString first = churnLine();
+    // Thirty round trips spread over several renames.
+    std::chrono::milliseconds worst{0};
+    int answered = 0;
+    for (int i = 0; i < 30; ++i) {
+        const auto took = timedLayout();
+        worst = std::max(worst, took);
+        if (took != std::chrono::milliseconds::max()) ++answered;
+    }
+    EXPECT_TRUE(waitFor([&] { const QString now = churnLine(); return !now.isEmpty() && now != first; }, 10s))
+        << "the renames keep arriving";
+    ASSERT_TRUE(churn.command("identity-churn off"));
+    RecordProperty("worst_get_layout_ms", static_cast<int>(worst.count()));
+    std::printf("worst GetLayout under churn: %lld ms\n", static_cast<long long>(worst.count()));
+    EXPECT_EQ(answered, 30);
+    // A responsiveness bound, not a benchmark.
+    EXPECT_LT(worst, 100ms);
 }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
 #include <QRegularExpression>
 #include <QSettings>
@@ -25,6 +26,17 @@ char programName[] = "app_e2e_tests";
     ::testing::AddGlobalTestEnvironment(new CoreApplicationEnvironment(programName));
 
 const std::string settingsTitle = "Lorvane Settings";
+
+// Threads of a process with this name.
+int threadsNamed(qint64 pid, const QString& name) {
+    int count = 0;
+    const QString tasks = QStringLiteral("/proc/%1/task").arg(pid);
+    for (const QString& task : QDir(tasks).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile comm(tasks + QLatin1Char('/') + task + QStringLiteral("/comm"));
+        if (comm.open(QIODevice::ReadOnly) && QString::fromUtf8(comm.readAll()).trimmed() == name) ++count;
+    }
+    return count;
+}
 
 class EndToEnd : public ::testing::Test {
 protected:
@@ -309,6 +321,25 @@ TEST_F(EndToEnd, ASoundServerThatDiesIsExplainedAndCaptureIsLiveAgainWhenItRetur
         << menuLabel("Audio Analysis").toStdString();
     EXPECT_TRUE(waitFor([&] { return !desktop.tray().toolTipTitle().contains(QLatin1Char('(')); }))
         << desktop.tray().toolTipTitle().toStdString();
+}
+
+TEST_F(EndToEnd, CaptureAndTheOutputVolumeShareOneSoundServerConnectionThroughARestart) {
+    startMusic();
+    ASSERT_TRUE(waitFor([&] { return menuLabel("Audio Analysis: Live ").endsWith("%"); }));
+    // While capturing and following the volume: one client of the program, one thread for it.
+    EXPECT_EQ(desktop.pulse()->clientCount(static_cast<pid_t>(lorvane.pid())), 1);
+    EXPECT_EQ(threadsNamed(lorvane.pid(), QStringLiteral("lorvane-pulse")), 1);
+    sound.reset();
+    desktop.pulse()->kill();
+    ASSERT_TRUE(waitForMenuLabel("Audio Analysis: Fixed-Level Fallback")) << menuLabel("Audio Analysis").toStdString();
+    ASSERT_TRUE(desktop.pulse()->restart());
+    sound = std::make_unique<PulsePlayer>(PulsePlayer::musicLike());
+    ASSERT_TRUE(sound->waitUntilPlaying(10s)) << sound->why();
+    ASSERT_TRUE(waitFor([&] { return menuLabel("Audio Analysis: Live ").endsWith("%"); }, 10s))
+        << menuLabel("Audio Analysis").toStdString();
+    EXPECT_EQ(desktop.pulse()->clientCount(static_cast<pid_t>(lorvane.pid())), 1);
+    EXPECT_EQ(threadsNamed(lorvane.pid(), QStringLiteral("lorvane-pulse")), 1);
+    EXPECT_EQ(desktop.pulse()->recordStreamCount(), 1);
 }
 
 TEST_F(EndToEnd, TurningTheWaveformOffFromTheMenuHidesItAndIsStored) {

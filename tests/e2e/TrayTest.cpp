@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <QBuffer>
+#include <QDir>
+#include <QFile>
 #include <QElapsedTimer>
 #include <QImage>
 #include <QProcess>
@@ -162,6 +164,51 @@ TEST_F(TrayTest, WithTheMenuClosedALiveWaveSendsNothingOverTheBus) {
     EXPECT_TRUE(menuLabel("Audio Analysis: Live ").endsWith(QLatin1Char('%')));
     ASSERT_TRUE(clickMenu("Top of Screen"));
     EXPECT_TRUE(waitFor([&] { return monitor.count() > 0; }, 10s));
+}
+
+// The same five seconds seen from the kernel: no thread of the program opens, stats or renames a file
+// (strace follows every thread). A change of setting does, which shows the watch sees them.
+TEST_F(TrayTest, WithTheMenuClosedALiveWaveTouchesNoFiles) {
+    launch();
+    startMusic();
+    closeSettingsWindow();
+    const auto watchFiles = [&](std::chrono::milliseconds span, const std::function<void()>& during) {
+        QProcess strace;
+        strace.setProcessChannelMode(QProcess::MergedChannels);
+        strace.start(QStringLiteral("strace"), {"-f", "-qq", "-e", "trace=%file", "-p", QString::number(lorvane.pid())});
+        if (!strace.waitForStarted(10000)) return QStringList{"strace did not start"};
+        // Watching once every thread has strace as its tracer.
+        const auto allTraced = [&] {
+            const QDir tasks(QStringLiteral("/proc/%1/task").arg(lorvane.pid()));
+            const QStringList threads = tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+            if (threads.isEmpty()) return false;
+            for (const QString& thread : threads) {
+                QFile status(tasks.filePath(thread + QStringLiteral("/status")));
+                if (!status.open(QIODevice::ReadOnly)) return false;
+                const QByteArray text = status.readAll();
+                const int at = text.indexOf("TracerPid:");
+                if (at < 0 || text.mid(at + 10, text.indexOf('\n', at) - at - 10).trimmed() == "0") return false;
+            }
+            return true;
+        };
+        if (!waitFor(allTraced, 10s)) return QStringList{"strace did not attach to every thread"};
+        if (during) during();
+        waitFor([&] { return strace.state() != QProcess::Running; }, span);
+        strace.terminate();  // SIGTERM: strace detaches and ends
+        strace.waitForFinished(10000);
+        QStringList calls;
+        for (const QByteArray& line : strace.readAll().split('\n')) {
+            if (!line.trimmed().isEmpty()) calls << QString::fromUtf8(line);
+        }
+        return calls;
+    };
+    const QStringList quiet = watchFiles(5s, {});
+    EXPECT_TRUE(quiet.isEmpty()) << quiet.join(QLatin1Char('\n')).toStdString();
+    EXPECT_TRUE(menuLabel("Audio Analysis: Live ").endsWith(QLatin1Char('%')));
+    const QStringList saving = watchFiles(3s, [&] {
+        ASSERT_TRUE(clickMenu("Top of Screen"));
+    });
+    EXPECT_FALSE(saving.isEmpty()) << "saving the settings touched no file as strace saw it";
 }
 
 TEST_F(TrayTest, OpeningTheMenuShowsTheCurrentLevelAndClosingStopsFollowingIt) {

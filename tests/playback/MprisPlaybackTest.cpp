@@ -170,6 +170,11 @@ TEST_F(MprisPlayback, PlayerDisabledInTheSettingsIsIgnored) {
     auto elisa = player({"--name", "elisa", "--identity", "Elisa", "--desktop-entry", "org.kde.elisa", "--status",
                          "Paused"});
     ASSERT_TRUE(menuLineBecomes("Elisa: Paused")) << menuLine();
+    // VLC's own answers may still be on their way: the choice below is about settings, not timing.
+    ASSERT_TRUE(waitUntil([&] {
+        const auto* known = monitor->registry()->find(QString::fromStdString(vlc->busName()));
+        return known && known->identified && known->reading.state == MusicPlaybackState::playing;
+    }, 10s));
     enabled.otherPlayers = false;
     monitor->start();  // the controller's way of saying the enabled players changed
     EXPECT_EQ(menuLine(), "Music Player: Not Running");

@@ -372,6 +372,28 @@ int PulseServer::recordStreamCount() const {
     return count;
 }
 
+int PulseServer::clientCount(pid_t pid, const std::string& applicationId) const {
+    const auto result = pactl({"list", "clients"});
+    if (!result.ok()) return -1;
+    const std::string process = "application.process.id = \"" + std::to_string(pid) + "\"";
+    const std::string application = "application.id = \"" + applicationId + "\"";
+    int count = 0;
+    bool ofProcess = false;
+    bool ofApplication = false;
+    auto endClient = [&] {
+        if (ofProcess && (applicationId.empty() || ofApplication)) ++count;
+        ofProcess = ofApplication = false;
+    };
+    std::istringstream lines(result.output);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.rfind("Client #", 0) == 0) endClient();
+        if (line.find(process) != std::string::npos) ofProcess = true;
+        if (line.find(application) != std::string::npos) ofApplication = true;
+    }
+    endClient();
+    return count;
+}
+
 std::vector<std::string> PulseServer::recordStreamSources() const {
     // Short listing: index, source index, client, driver, sample spec. Map source indexes to names.
     std::vector<std::string> names;

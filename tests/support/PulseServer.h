@@ -71,6 +71,9 @@ public:
     int recordStreamCount() const;
     // The name of the source each record stream reads from, in the server's order.
     std::vector<std::string> recordStreamSources() const;
+    // The clients of process `pid` (with this application id, when one is given), or -1 when the server
+    // cannot tell.
+    int clientCount(pid_t pid, const std::string& applicationId = {}) const;
 
     // Ends the server abruptly (SIGKILL), as a crashing sound server would.
     void kill();

@@ -33,6 +33,8 @@ public:
     bool isRunning() const { return running_; }
     const QString& error() const { return error_; }
     const QString& runtimeDirectory() const { return runtimeDirectory_; }
+    // The compositor's process (for benchmarks); 0 when it does not run.
+    qint64 compositorPid() const { return compositor_ ? compositor_->processId() : 0; }
     // The environment of programs in the session: WAYLAND_DISPLAY, XDG_RUNTIME_DIR, HOME, and no DISPLAY
     // unless the session has XWayland.
     QProcessEnvironment environment() const;

@@ -167,6 +167,8 @@ TEST_P(LayerShellOverlay, IsNoWindowDrawsInItsBandOnEveryWorkspaceAndLetsClicksT
 
     QByteArray log;
     ASSERT_TRUE(waitForLog(*demo_, log, "Overlay: layer-shell")) << log.toStdString();
+    // This headless compositor's OpenGL runs in software: the band is drawn on the CPU.
+    EXPECT_TRUE(waitForLog(*demo_, log, "drawing the wave with cpu on a layer surface")) << log.toStdString();
 
     const QRect band = expectedBand();
     const PixelCount first = waitForOverlay(band);
@@ -275,4 +277,112 @@ TEST(LayerShellOverlayOutputs, MovesToTheFocusedOutputWhenTheOutputsChange) {
         << "the band did not move to the focused output";
     EXPECT_EQ(demo->state(), QProcess::Running);
     stopProcess(*demo);
+}
+
+// On an output at scale 2 the wave is drawn at the output's own resolution, not at half of it and
+// enlarged: with the compositor told to enlarge by repeating pixels, a half-resolution picture would
+// be made of 2x2 blocks of one colour, and the band's edges and bars show finer detail than that.
+TEST(LayerShellOverlayScale, DrawsAtTheOutputsScale) {
+    SwaySession sway(SwaySession::Options{outputWidth, outputHeight, 20});
+    ASSERT_TRUE(sway.isRunning()) << sway.error().toStdString();
+    ASSERT_TRUE(sway.command(QStringLiteral("output HEADLESS-1 scale 2 scale_filter nearest")));
+    const QString recording = writeDemoRecording(sway);
+    ASSERT_FALSE(recording.isEmpty());
+    auto demo = sway.start(QStringLiteral(LORVANE_WAVE_DEMO),
+                           {"--position", "center", "--above", "--color", "aurora", "--loop", recording});
+    ASSERT_TRUE(demo->waitForStarted(10000));
+    // Blocks of 2x2 pixels the overlay drew in, and those among them that are not of one colour.
+    struct Blocks {
+        long drawn = 0, detailed = 0;
+    };
+    const auto blocks = [](const QImage& shot) {
+        Blocks count;
+        for (int y = 0; y + 1 < shot.height(); y += 2) {
+            const auto* top = reinterpret_cast<const QRgb*>(shot.constScanLine(y));
+            const auto* bottom = reinterpret_cast<const QRgb*>(shot.constScanLine(y + 1));
+            for (int x = 0; x + 1 < shot.width(); x += 2) {
+                const QRgb a = top[x], b = top[x + 1], c = bottom[x], d = bottom[x + 1];
+                if (qRed(a) + qGreen(a) + qBlue(a) <= 6 && qRed(d) + qGreen(d) + qBlue(d) <= 6) continue;
+                ++count.drawn;
+                if (a != b || a != c || a != d) ++count.detailed;
+            }
+        }
+        return count;
+    };
+    QImage shot;
+    Blocks count;
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            shot = sway.screenshot();
+            count = blocks(shot);
+            return shot.width() == outputWidth && count.drawn > 2000;
+        },
+        std::chrono::milliseconds(20000), std::chrono::milliseconds(100)))
+        << shot.width() << "x" << shot.height() << ", " << count.drawn << " blocks drawn";
+    EXPECT_TRUE(waitUntil(
+        [&] {
+            count = blocks(sway.screenshot());
+            return count.detailed > count.drawn / 20;
+        },
+        std::chrono::milliseconds(10000), std::chrono::milliseconds(100)))
+        << count.detailed << " of " << count.drawn << " drawn blocks show detail finer than 2x2";
+    EXPECT_EQ(demo->state(), QProcess::Running);
+    stopProcess(*demo);
+}
+
+// Asked for OpenGL, the layer surface draws with EGL, in the same band.
+TEST(LayerShellOverlayGl, DrawsWithOpenGlWhenAskedTo) {
+    SwaySession sway(SwaySession::Options{outputWidth, outputHeight, 20});
+    ASSERT_TRUE(sway.isRunning()) << sway.error().toStdString();
+    const QString recording = writeDemoRecording(sway);
+    ASSERT_FALSE(recording.isEmpty());
+    QProcessEnvironment extra;
+    extra.insert(QStringLiteral("QT_LOGGING_RULES"), QStringLiteral("lorvane.overlay.info=true"));
+    extra.insert(QStringLiteral("LORVANE_RENDERER"), QStringLiteral("gl"));
+    auto demo = sway.start(QStringLiteral(LORVANE_WAVE_DEMO),
+                           {"--position", "bottom", "--above", "--color", "aurora", "--loop", recording}, extra);
+    ASSERT_TRUE(demo->waitForStarted(10000));
+    QByteArray log;
+    EXPECT_TRUE(waitForLog(*demo, log, "drawing the wave with gl on a layer surface")) << log.toStdString();
+    const ScreenInfo output{{0, 0, outputWidth, outputHeight}, {0, 0, outputWidth, outputHeight}};
+    const RectF frame = overlayFrame(output, OverlayDisplayMode::compact, OverlayPosition::bottom);
+    const QRect band(int(frame.x), int(frame.y), int(frame.width), int(frame.height));
+    PixelCount count;
+    EXPECT_TRUE(waitUntil(
+        [&] {
+            count = countDrawn(sway.screenshot(), band);
+            return count.inside > long(band.width()) * band.height() / 50 && count.outside == 0;
+        },
+        std::chrono::milliseconds(20000), std::chrono::milliseconds(100)))
+        << count.inside << " pixels drawn in the band, " << count.outside << " outside";
+    EXPECT_EQ(demo->state(), QProcess::Running);
+    stopProcess(*demo);
+}
+
+// While live the band is drawn once per analysis frame, on the frames' beat: no frame drawn twice,
+// hardly one replaced before it was drawn.
+TEST(LayerShellOverlayPacing, DrawsEachLiveFrameOnce) {
+    SwaySession sway(SwaySession::Options{outputWidth, outputHeight, 20});
+    ASSERT_TRUE(sway.isRunning()) << sway.error().toStdString();
+    const QString recording = writeDemoRecording(sway);
+    ASSERT_FALSE(recording.isEmpty());
+    auto demo = sway.start(QStringLiteral(LORVANE_WAVE_DEMO),
+                           {"--position", "center", "--loop", "--seconds", "6", recording});
+    ASSERT_TRUE(demo->waitForStarted(10000));
+    ASSERT_TRUE(demo->waitForFinished(30000)) << "the demo did not end after its six seconds";
+    const QByteArray output = demo->readAllStandardOutput();
+    long long published = -1, drawn = -1, repeated = -1, skipped = -1;
+    const int line = output.indexOf("live frames: ");
+    ASSERT_GE(line, 0) << output.toStdString();
+    ASSERT_EQ(std::sscanf(output.constData() + line, "live frames: %lld published, %lld drawn, %lld repeated, %lld skipped",
+                          &published, &drawn, &repeated, &skipped),
+              4)
+        << output.toStdString();
+    RecordProperty("published", static_cast<int>(published));
+    RecordProperty("skipped", static_cast<int>(skipped));
+    // About 30 a second over most of six seconds.
+    EXPECT_GT(published, 90) << output.toStdString();
+    EXPECT_EQ(repeated, 0) << output.toStdString();
+    EXPECT_LE(skipped, published / 20) << output.toStdString();
+    EXPECT_GE(drawn, published - skipped - 1) << output.toStdString();
 }

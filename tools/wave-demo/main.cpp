@@ -14,6 +14,7 @@
 #include "core/KeyValueStore.h"
 #include "core/OverlayPreferences.h"
 #include "core/VisualizerModel.h"
+#include "platform/wayland/LayerShellOverlayWindow.h"
 #include "platform/wayland/OverlayControllerFactory.h"
 #include "platform/wayland/OverlayPathSelection.h"
 
@@ -138,6 +139,11 @@ int main(int argc, char** argv) {
     });
     ticker.start(10);
     const int status = app.exec();
+    if (const auto* layer = dynamic_cast<const LayerShellOverlayWindow*>(controller.get())) {
+        const auto& pacing = layer->livePacing();
+        std::printf("live frames: %lld published, %lld drawn, %lld repeated, %lld skipped\n", pacing.published,
+                    pacing.drawn, pacing.repeated, pacing.skipped);
+    }
     controller->hideOverlay();
     return status;
 }

@@ -55,6 +55,12 @@ std::vector<SettingDefinition> makeTable() {
                      std::nullopt, std::nullopt, R::always, R::always, {}});
     table.push_back({K::launchAtLogin, P::toggle, std::nullopt, "false", "Launch at Login", "Launch Lorvane at Login",
                      C::toggleLaunchAtLogin, I::launchAtLogin, R::always, R::always, {}});
+    // Only the settings window offers the drawing path; it matters to few and rarely.
+    table.push_back({K::renderer, P::exclusiveChoice, Pref::renderer, rawValue(RendererChoice::automatic), "",
+                     "Drawing", std::nullopt, std::nullopt, R::always, R::always,
+                     {{rawValue(RendererChoice::automatic), "", "Automatic", std::nullopt, std::nullopt},
+                      {rawValue(RendererChoice::cpu), "", "Processor", std::nullopt, std::nullopt},
+                      {rawValue(RendererChoice::gl), "", "OpenGL", std::nullopt, std::nullopt}}});
     table.push_back({K::openSettings, P::command, std::nullopt, "", "Open Settings...", "", C::openSettingsWindow,
                      std::nullopt, R::always, R::always, {}});
     table.push_back({K::retryAudioCapture, P::command, std::nullopt, "", "Retry Audio Detection", "Retry",

@@ -27,6 +27,7 @@ enum class SettingKey {
     color,
     enabledPlayers,
     launchAtLogin,
+    renderer,
     openSettings,
     retryAudioCapture,
     openAudioCaptureSettings,
@@ -35,10 +36,10 @@ enum class SettingKey {
 
 template <>
 struct EnumTraits<SettingKey> {
-    static constexpr std::array<std::string_view, 13> rawValues{
-        "overlayEnabled", "autoShow",      "avoidsCoveringWindows", "audioResponsive",          "displayMode",
-        "position",       "color",         "enabledPlayers",        "launchAtLogin",            "openSettings",
-        "retryAudioCapture", "openAudioCaptureSettings", "quit"};
+    static constexpr std::array<std::string_view, 14> rawValues{
+        "overlayEnabled",    "autoShow",       "avoidsCoveringWindows", "audioResponsive", "displayMode",
+        "position",          "color",          "enabledPlayers",        "launchAtLogin",   "renderer",
+        "openSettings",      "retryAudioCapture", "openAudioCaptureSettings", "quit"};
 };
 
 // How a surface shows the entry.

@@ -37,15 +37,16 @@ std::unique_ptr<MprisPlayerRegistry> MprisPlayerRegistry::make(const QDBusConnec
 MprisPlayerRegistry::MprisPlayerRegistry(const QDBusConnection& bus, const Clock& clock) : bus_(bus), clock_(clock) {
     bus_.connect(mpris::busService, mpris::busPath, mpris::busInterface, QStringLiteral("NameOwnerChanged"), this,
                  SLOT(handleNameOwnerChanged(QString, QString, QString)));
-    bus_.connect(QString(), mpris::objectPath, mpris::propertiesInterface, QStringLiteral("PropertiesChanged"), this,
-                 SLOT(handlePropertiesChanged(QDBusMessage)));
+    relay_ = std::make_unique<MprisSignalRelay>(
+        bus_, this, [this](const QString& sender, const QString& interface, const QVariantMap& properties) {
+            applyChange(sender, interface, properties);
+        });
 }
 
 MprisPlayerRegistry::~MprisPlayerRegistry() {
     bus_.disconnect(mpris::busService, mpris::busPath, mpris::busInterface, QStringLiteral("NameOwnerChanged"), this,
                     SLOT(handleNameOwnerChanged(QString, QString, QString)));
-    bus_.disconnect(QString(), mpris::objectPath, mpris::propertiesInterface, QStringLiteral("PropertiesChanged"),
-                    this, SLOT(handlePropertiesChanged(QDBusMessage)));
+    relay_.reset();
 }
 
 void MprisPlayerRegistry::listExistingPlayers() {
@@ -186,31 +187,17 @@ void MprisPlayerRegistry::identify(Player& player) {
     if (renamed && playerIdentified) playerIdentified(identified);
 }
 
-void MprisPlayerRegistry::handlePropertiesChanged(const QDBusMessage& message) {
+void MprisPlayerRegistry::applyChange(const QString& sender, const QString& interface,
+                                      const QVariantMap& changedProperties) {
     // Thread CPU time: what handling costs this thread, apart from whatever else the machine runs.
     struct Timing {
         double& longest;
         double began = threadCpuSeconds();
         ~Timing() { longest = std::max(longest, threadCpuSeconds() - began); }
     } timing{longestSignalSeconds_};
-    const QList<QVariant> arguments = message.arguments();
-    if (arguments.size() < 2 || arguments.at(0).metaType() != QMetaType::fromType<QString>()) return;
-    const QString interface = arguments.at(0).toString();
-    if (interface != mpris::playerInterface && interface != mpris::rootInterface) return;
-    QVariantMap changedProperties;
-    if (arguments.at(1).metaType() == QMetaType::fromType<QDBusArgument>()) {
-        const auto argument = arguments.at(1).value<QDBusArgument>();
-        if (argument.currentSignature() != QLatin1String("a{sv}")) return;
-        argument >> changedProperties;
-    } else if (arguments.at(1).metaType() == QMetaType::fromType<QVariantMap>()) {
-        changedProperties = arguments.at(1).toMap();
-    } else {
-        return;
-    }
-
     bool any = false;
     for (auto& [busName, player] : players_) {
-        if (player.owner.isEmpty() || player.owner != message.service()) continue;
+        if (player.owner.isEmpty() || player.owner != sender) continue;
         if (interface == mpris::playerInterface) {
             if (applyPlayerProperties(player, changedProperties) && player.identified) any = true;
         } else if (applyRootProperties(player, changedProperties) && player.identified) {

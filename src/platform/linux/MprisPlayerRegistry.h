@@ -3,7 +3,9 @@
 // and DesktopEntry), its playback state, its volume and when its state last changed. Learns
 // everything from the bus's own signals (NameOwnerChanged, PropertiesChanged) and one round of
 // asynchronous calls per new player; nothing is polled and no call waits. Text from players is cut to
-// a bounded length where it arrives, and values of the wrong D-Bus type read as absent.
+// a bounded length where it arrives, and values of the wrong D-Bus type read as absent. Property
+// changes are decoded on a thread of their own (MprisSignalRelay), so a huge one never holds up this
+// thread.
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -19,6 +21,7 @@
 #include "core/Clock.h"
 #include "core/playback/PlaybackChoice.h"
 #include "platform/linux/DesktopEntryLookup.h"
+#include "platform/linux/MprisSignalRelay.h"
 
 namespace lorvane {
 
@@ -50,7 +53,7 @@ public:
     const Player* find(const QString& busName) const;
     std::size_t playerCount() const { return players_.size(); }
     std::size_t pendingCallCount() const;
-    // The most CPU time one PropertiesChanged signal took on this thread, demarshalling included.
+    // The most CPU time one PropertiesChanged signal took on this thread.
     double longestSignalSeconds() const { return longestSignalSeconds_; }
 
     // Called after a reading changed.
@@ -60,7 +63,6 @@ public:
 
 private slots:
     void handleNameOwnerChanged(const QString& name, const QString& oldOwner, const QString& newOwner);
-    void handlePropertiesChanged(const QDBusMessage& message);
 
 private:
     MprisPlayerRegistry(const QDBusConnection& bus, const Clock& clock);
@@ -72,6 +74,7 @@ private:
     bool applyPlayerProperties(Player& player, const QVariantMap& properties);
     void identify(Player& player);
     void changed();
+    void applyChange(const QString& sender, const QString& interface, const QVariantMap& properties);
 
     QDBusConnection bus_;
     const Clock& clock_;
@@ -79,6 +82,8 @@ private:
     std::uint64_t nextSerial_ = 0;
     DesktopEntryLookup desktopEntries_;
     double longestSignalSeconds_ = 0;
+    // Last, so it stops before anything it delivers to goes.
+    std::unique_ptr<MprisSignalRelay> relay_;
 };
 
 }  // namespace lorvane

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <span>
+#include <utility>
 
 namespace lorvane {
 namespace {
@@ -17,17 +18,6 @@ pa_proplist* applicationProperties() {
     pa_proplist_sets(properties, PA_PROP_APPLICATION_NAME, applicationName);
     pa_proplist_sets(properties, PA_PROP_APPLICATION_ID, applicationId);
     return properties;
-}
-
-void release(pa_context* context, pa_stream* stream) {
-    if (stream) {
-        pa_stream_disconnect(stream);  // fails harmlessly once the connection is gone
-        pa_stream_unref(stream);
-    }
-    if (context) {
-        pa_context_disconnect(context);
-        pa_context_unref(context);
-    }
 }
 
 AudioCaptureFailureReport unavailable(AudioCaptureReason reason) { return {AudioCaptureFailure::unavailable, reason}; }
@@ -49,19 +39,23 @@ bool sandboxHidesSoundServer(const std::filesystem::path& root, const char* puls
     return !std::filesystem::exists(std::filesystem::path(runtimeDirectory) / "pulse" / "native", ignored);
 }
 
-PulseCaptureSource::PulseCaptureSource(double fragmentSeconds) : fragmentSeconds_(fragmentSeconds) {
-    loop_ = pa_threaded_mainloop_new();
-    if (!loop_) return;
-    pa_threaded_mainloop_set_name(loop_, threadName);
-    loopRunning_ = pa_threaded_mainloop_start(loop_) == 0;
+PulseCaptureSource::PulseCaptureSource(double fragmentSeconds)
+    : PulseCaptureSource(std::make_shared<PulseConnection>(), fragmentSeconds) {}
+
+PulseCaptureSource::PulseCaptureSource(std::shared_ptr<PulseConnection> connection, double fragmentSeconds)
+    : connection_(std::move(connection)), fragmentSeconds_(fragmentSeconds) {
+    PulseConnection::Observer observer;
+    observer.didDisconnect = [this](PulseConnection::Ending ending) { connectionDidEnd(ending); };
+    observer.defaultSinkDidChange = [this](PulseConnection::SinkChange change) {
+        if (change.sink) follow();
+    };
+    observer_ = connection_->addObserver(std::move(observer));
 }
 
 PulseCaptureSource::~PulseCaptureSource() {
-    if (!loop_) return;
     stop();
-    if (loopRunning_) pa_threaded_mainloop_stop(loop_);
-    bury();
-    pa_threaded_mainloop_free(loop_);
+    // Once removed, none of this source's callbacks or posted work runs any more.
+    connection_->removeObserver(observer_);
 }
 
 bool PulseCaptureSource::accessGranted() {
@@ -69,171 +63,107 @@ bool PulseCaptureSource::accessGranted() {
 }
 
 void PulseCaptureSource::start(Handlers handlers) {
-    if (!loopRunning_) {
+    if (!connection_->running()) {
         // Without its thread this source can do nothing; say so the way every other failure is said.
         if (handlers.didFail) handlers.didFail(unavailable(AudioCaptureReason::cannotStart));
         return;
     }
-    pa_threaded_mainloop_lock(loop_);
-    if (!running_) {
-        running_ = true;
-        ++run_;
-        reachedReady_ = false;
-        handlers_ = std::move(handlers);
-        // Connecting happens on the loop's thread, so every failure is reported from there.
-        pa_mainloop_api_once(pa_threaded_mainloop_get_api(loop_), &PulseCaptureSource::onBegin, this);
-    }
-    pa_threaded_mainloop_unlock(loop_);
+    PulseConnection::Lock lock(*connection_);
+    if (running_) return;
+    running_ = true;
+    ++run_;
+    handlers_ = std::move(handlers);
+    // A connection that waits to retry tries at once; the stream is opened on the connection's
+    // thread, so every failure is reported from there.
+    connection_->setNeeded(observer_, true);
+    connection_->post(observer_, [this, run = run_] { begin(run); });
 }
 
 void PulseCaptureSource::stop() {
-    if (!loopRunning_) return;
-    if (pa_threaded_mainloop_in_thread(loop_)) {
-        endRun();
-        return;
-    }
-    pa_threaded_mainloop_lock(loop_);
-    endRun();
-    pa_threaded_mainloop_unlock(loop_);
+    if (!connection_->running()) return;
+    PulseConnection::Lock lock(*connection_);
+    if (running_) endRun();
 }
 
 std::string PulseCaptureSource::recordedSource() const {
-    if (!loopRunning_) return {};
-    pa_threaded_mainloop_lock(loop_);
-    std::string name = recordedSource_;
-    pa_threaded_mainloop_unlock(loop_);
-    return name;
+    PulseConnection::Lock lock(*connection_);
+    return recordedSource_;
 }
 
-void PulseCaptureSource::onBegin(pa_mainloop_api* api, void* opaque) {
-    auto* self = static_cast<PulseCaptureSource*>(opaque);
-    // A stop (and perhaps a new start, with its own begin queued) may have come first.
-    if (!self->running_ || self->context_) return;
-    pa_proplist* properties = applicationProperties();
-    pa_context* context = pa_context_new_with_proplist(api, applicationName, properties);
-    pa_proplist_free(properties);
-    if (!context) {
-        self->failRun(unavailable(AudioCaptureReason::cannotStart));
-        return;
-    }
-    self->context_ = context;
-    pa_context_set_state_callback(context, &PulseCaptureSource::onContextState, self);
-    if (pa_context_connect(context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0 && self->context_ == context) {
-        const bool refused = pa_context_errno(context) == PA_ERR_ACCESS;
-        self->failRun(connectionFailure(refused, false));
-    }
+void PulseCaptureSource::begin(std::uint64_t run) {
+    // A stop (and perhaps a new start, with its own begin posted) may have come first.
+    if (run != run_ || !running_) return;
+    follow();
 }
 
-void PulseCaptureSource::onContextState(pa_context* context, void* opaque) {
-    auto* self = static_cast<PulseCaptureSource*>(opaque);
-    if (context != self->context_ || !self->running_) return;
-    switch (pa_context_get_state(context)) {
-        case PA_CONTEXT_READY: {
-            self->reachedReady_ = true;
-            pa_context_set_subscribe_callback(context, &PulseCaptureSource::onServerEvent, self);
-            // A new default sink shows up as a change of the server.
-            if (pa_operation* operation = pa_context_subscribe(context, PA_SUBSCRIPTION_MASK_SERVER, nullptr, nullptr)) {
-                pa_operation_unref(operation);
-            }
-            self->followDefaultSink();
-            break;
-        }
-        case PA_CONTEXT_FAILED:
-        case PA_CONTEXT_TERMINATED: {
-            // Only the server's answer to our credentials means "not allowed"; losing an accepted
-            // connection later is just the server going away.
-            const bool refused = !self->reachedReady_ && pa_context_errno(context) == PA_ERR_ACCESS;
-            self->failRun(connectionFailure(refused, self->reachedReady_));
-            break;
-        }
-        default:
-            break;
-    }
+void PulseCaptureSource::connectionDidEnd(PulseConnection::Ending ending) {
+    if (!running_) return;
+    failRun(ending.couldNotStart ? unavailable(AudioCaptureReason::cannotStart)
+                                 : connectionFailure(ending.refused, ending.wasAccepted));
 }
 
-void PulseCaptureSource::onServerEvent(pa_context* context, pa_subscription_event_type_t event, std::uint32_t, void* opaque) {
-    auto* self = static_cast<PulseCaptureSource*>(opaque);
-    if (context != self->context_ || !self->running_) return;
-    if ((event & PA_SUBSCRIPTION_EVENT_FACILITY_MASK) == PA_SUBSCRIPTION_EVENT_SERVER) self->followDefaultSink();
-}
-
-void PulseCaptureSource::followDefaultSink() {
-    pa_operation* operation = pa_context_get_server_info(context_, &PulseCaptureSource::onServerInfo, this);
-    if (operation) {
-        pa_operation_unref(operation);
-    } else if (!stream_) {
-        failRun(lostOrFailed());
-    }
-}
-
-void PulseCaptureSource::onServerInfo(pa_context* context, const pa_server_info* info, void* opaque) {
-    auto* self = static_cast<PulseCaptureSource*>(opaque);
-    if (context != self->context_ || !self->running_) return;
-    if (!info || !info->default_sink_name || !*info->default_sink_name) {
+void PulseCaptureSource::follow() {
+    if (!running_) return;
+    // Until the connection is up and knows the default sink there is nothing to record; its end, or
+    // its word on the sink, comes through the observer.
+    if (!connection_->context()) return;
+    const auto knowledge = connection_->sinkKnowledge();
+    if (knowledge == PulseConnection::SinkKnowledge::unknown) return;
+    const std::string monitor = knowledge == PulseConnection::SinkKnowledge::known
+                                    ? connection_->defaultSink().monitorSource
+                                    : std::string();
+    if (monitor.empty()) {
         // Without a default sink there is nothing to record; a running stream is left to the server,
         // which moves it when its sink goes away.
-        if (!self->stream_) self->failRun(unavailable(AudioCaptureReason::noOutputDevice));
+        if (!stream_) failRun(unavailable(AudioCaptureReason::noOutputDevice));
         return;
     }
-    if (self->stream_ && self->defaultSink_ == info->default_sink_name) return;
-    self->defaultSink_ = info->default_sink_name;
-    pa_operation* operation = pa_context_get_sink_info_by_name(context, info->default_sink_name,
-                                                               &PulseCaptureSource::onSinkInfo, self);
-    if (operation) {
-        pa_operation_unref(operation);
-    } else if (!self->stream_) {
-        self->failRun(self->lostOrFailed());
-    }
-}
-
-void PulseCaptureSource::onSinkInfo(pa_context* context, const pa_sink_info* info, int eol, void* opaque) {
-    auto* self = static_cast<PulseCaptureSource*>(opaque);
-    if (context != self->context_ || !self->running_ || eol > 0) return;
-    if (eol < 0 || !info || !info->monitor_source_name || !*info->monitor_source_name) {
-        if (!self->stream_) self->failRun(unavailable(AudioCaptureReason::noOutputDevice));
+    if (!stream_) {
+        openStream(monitor);
         return;
     }
-    // An answer overtaken by another change of the default sink is dropped; the newer one follows.
-    if (self->defaultSink_ != info->name) return;
-    const std::string monitor = info->monitor_source_name;
-    if (!self->stream_) {
-        self->openStream(monitor);
-    } else if (monitor != self->recordedSource_) {
-        if (self->streamReady_) {
-            // Moving keeps the stream and its latency setting; the wave keeps moving.
-            self->moveTarget_ = monitor;
-            pa_operation* operation = pa_context_move_source_output_by_name(
-                context, pa_stream_get_index(self->stream_), monitor.c_str(), &PulseCaptureSource::onMoved, self);
-            if (operation) {
-                pa_operation_unref(operation);
-                return;
-            }
+    if (monitor == recordedSource_ || monitor == moveTarget_) return;
+    if (streamReady_) {
+        // Moving keeps the stream and its latency setting; the wave keeps moving.
+        cancelMove();
+        move_ = pa_context_move_source_output_by_name(connection_->context(), pa_stream_get_index(stream_),
+                                                      monitor.c_str(), &PulseCaptureSource::onMoved, this);
+        if (move_) {
+            moveTarget_ = monitor;
+            return;
         }
-        self->detachStream();
-        self->openStream(monitor);
     }
+    detachStream();
+    openStream(monitor);
 }
 
-void PulseCaptureSource::onMoved(pa_context* context, int success, void* opaque) {
+void PulseCaptureSource::onMoved(pa_context*, int success, void* opaque) {
     auto* self = static_cast<PulseCaptureSource*>(opaque);
-    if (context != self->context_ || !self->running_ || !self->stream_) return;
+    // A move still asked for is cancelled whenever its stream goes, so the stream is still this one.
+    if (self->move_) pa_operation_unref(std::exchange(self->move_, nullptr));
+    const std::string target = std::exchange(self->moveTarget_, {});
+    if (!self->running_ || !self->stream_) return;
     if (success) {
-        self->recordedSource_ = self->moveTarget_;
+        self->recordedSource_ = target;
         return;
     }
-    // The server would not move it: record the new monitor with a fresh stream instead.
-    const std::string target = self->moveTarget_;
+    // The server would not move it: record the default monitor with a fresh stream instead.
     self->detachStream();
-    self->openStream(target);
+    self->follow();
 }
 
 void PulseCaptureSource::openStream(const std::string& monitorSource) {
+    pa_context* context = connection_->context();
+    if (!context) {
+        failRun(lostOrFailed());
+        return;
+    }
     const pa_sample_spec spec{PA_SAMPLE_FLOAT32NE, sampleRate, channelCount};
     pa_channel_map map;
     pa_channel_map_init_stereo(&map);
     pa_proplist* properties = applicationProperties();
     pa_proplist_sets(properties, PA_PROP_MEDIA_NAME, "System audio level");
-    stream_ = pa_stream_new_with_proplist(context_, "System audio level", &spec, &map, properties);
+    stream_ = pa_stream_new_with_proplist(context, "System audio level", &spec, &map, properties);
     pa_proplist_free(properties);
     if (!stream_) {
         failRun(unavailable(AudioCaptureReason::recordingFailed));
@@ -265,6 +195,8 @@ void PulseCaptureSource::onStreamState(pa_stream* stream, void* opaque) {
         case PA_STREAM_READY:
             self->streamReady_ = true;
             if (const char* device = pa_stream_get_device_name(stream)) self->recordedSource_ = device;
+            // The default sink may have changed while the stream was being made.
+            self->follow();
             break;
         case PA_STREAM_FAILED:
         case PA_STREAM_TERMINATED:
@@ -279,9 +211,10 @@ void PulseCaptureSource::onStreamMoved(pa_stream* stream, void* opaque) {
     auto* self = static_cast<PulseCaptureSource*>(opaque);
     if (stream != self->stream_ || !self->running_) return;
     if (const char* device = pa_stream_get_device_name(stream)) self->recordedSource_ = device;
-    // The server moved it by itself (its source went away): make sure it ends on the default monitor.
-    self->defaultSink_.clear();
-    self->followDefaultSink();
+    // The server may have moved it by itself because its source went away. The connection's idea of
+    // the default sink can be older than this news, so it asks again; the stream then moves to the
+    // default monitor if it is not on it.
+    self->connection_->refreshDefaultSink();
 }
 
 void PulseCaptureSource::onRead(pa_stream* stream, std::size_t, void* opaque) {
@@ -313,9 +246,8 @@ void PulseCaptureSource::onRead(pa_stream* stream, std::size_t, void* opaque) {
 AudioCaptureFailureReport PulseCaptureSource::lostOrFailed() const {
     // A stream or request fails with the connection when the server goes away; otherwise the server
     // turned the recording down by itself.
-    const bool connectionUp = context_ && pa_context_get_state(context_) == PA_CONTEXT_READY;
     return {AudioCaptureFailure::unavailable,
-            connectionUp ? AudioCaptureReason::recordingFailed : AudioCaptureReason::serverStopped};
+            connection_->context() ? AudioCaptureReason::recordingFailed : AudioCaptureReason::serverStopped};
 }
 
 void PulseCaptureSource::failRun(AudioCaptureFailureReport failure) {
@@ -328,44 +260,27 @@ void PulseCaptureSource::endRun() {
     running_ = false;
     ++run_;
     detachStream();
-    if (context_) {
-        pa_context_set_state_callback(context_, nullptr, nullptr);
-        pa_context_set_subscribe_callback(context_, nullptr, nullptr);
-        if (pa_threaded_mainloop_in_thread(loop_)) {
-            graveyard_.emplace_back(context_, nullptr);
-            pa_mainloop_api_once(pa_threaded_mainloop_get_api(loop_), &PulseCaptureSource::onBury, this);
-        } else {
-            release(context_, nullptr);
-        }
-        context_ = nullptr;
-    }
-    defaultSink_.clear();
     recordedSource_.clear();
+    connection_->setNeeded(observer_, false);
+}
+
+void PulseCaptureSource::cancelMove() {
+    if (move_) {
+        // The shared connection outlives this source: its answer must not come here.
+        pa_operation_cancel(move_);
+        pa_operation_unref(std::exchange(move_, nullptr));
+    }
     moveTarget_.clear();
 }
 
 void PulseCaptureSource::detachStream() {
+    cancelMove();
     if (!stream_) return;
     pa_stream_set_state_callback(stream_, nullptr, nullptr);
     pa_stream_set_read_callback(stream_, nullptr, nullptr);
     pa_stream_set_moved_callback(stream_, nullptr, nullptr);
-    if (pa_threaded_mainloop_in_thread(loop_)) {
-        // We may be inside one of this stream's own callbacks: release it a moment later.
-        graveyard_.emplace_back(nullptr, stream_);
-        pa_mainloop_api_once(pa_threaded_mainloop_get_api(loop_), &PulseCaptureSource::onBury, this);
-    } else {
-        release(nullptr, stream_);
-    }
-    stream_ = nullptr;
+    connection_->releaseStream(std::exchange(stream_, nullptr));
     streamReady_ = false;
-}
-
-void PulseCaptureSource::onBury(pa_mainloop_api*, void* opaque) { static_cast<PulseCaptureSource*>(opaque)->bury(); }
-
-void PulseCaptureSource::bury() {
-    auto graves = std::move(graveyard_);
-    graveyard_.clear();
-    for (auto [context, stream] : graves) release(context, stream);
 }
 
 std::unique_ptr<SystemAudioLevelMonitor> makePulseAudioLevelMonitor(
@@ -375,6 +290,15 @@ std::unique_ptr<SystemAudioLevelMonitor> makePulseAudioLevelMonitor(
     return std::make_unique<SystemAudioLevelMonitor>(std::move(frameDidChange), std::move(captureDidFail),
                                                      std::make_unique<PulseCaptureSource>(fragmentSeconds),
                                                      mainQueue, clock);
+}
+
+std::unique_ptr<SystemAudioLevelMonitor> makePulseAudioLevelMonitor(
+    std::function<void(const AudioVisualizationFrame&)> frameDidChange,
+    std::function<void(AudioCaptureFailureReport)> captureDidFail, MainQueue& mainQueue, const Clock& clock,
+    std::shared_ptr<PulseConnection> connection, double fragmentSeconds) {
+    return std::make_unique<SystemAudioLevelMonitor>(
+        std::move(frameDidChange), std::move(captureDidFail),
+        std::make_unique<PulseCaptureSource>(std::move(connection), fragmentSeconds), mainQueue, clock);
 }
 
 }  // namespace lorvane

@@ -3,6 +3,7 @@
 #include <wayland-client.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 #include "core/Logging.h"
@@ -46,6 +47,7 @@ LayerShellConnection::~LayerShellConnection() {
         else
             wl_proxy_destroy(reinterpret_cast<wl_proxy*>(layerShell_));
     }
+    if (shm_) wl_shm_destroy(shm_);
     if (compositor_) wl_compositor_destroy(compositor_);
     if (registry_) wl_registry_destroy(registry_);
     if (wrapper_) wl_proxy_wrapper_destroy(wrapper_);
@@ -56,8 +58,11 @@ void LayerShellConnection::global(void* data, wl_registry* registry, uint32_t na
                                   uint32_t version) {
     auto* self = static_cast<LayerShellConnection*>(data);
     if (std::strcmp(interface, wl_compositor_interface.name) == 0 && !self->compositor_) {
-        self->compositor_ =
-            static_cast<wl_compositor*>(wl_registry_bind(registry, name, &wl_compositor_interface, std::min(version, 4u)));
+        self->compositorVersion_ = std::min(version, 4u);
+        self->compositor_ = static_cast<wl_compositor*>(
+            wl_registry_bind(registry, name, &wl_compositor_interface, self->compositorVersion_));
+    } else if (std::strcmp(interface, wl_shm_interface.name) == 0 && !self->shm_) {
+        self->shm_ = static_cast<wl_shm*>(wl_registry_bind(registry, name, &wl_shm_interface, 1));
     } else if (std::strcmp(interface, zwlr_layer_shell_v1_interface.name) == 0 && !self->layerShell_) {
         self->layerShellVersion_ = std::min(version, wantedLayerShellVersion);
         self->layerShell_ = static_cast<zwlr_layer_shell_v1*>(
@@ -79,6 +84,8 @@ LayerShellSurface::LayerShellSurface(LayerShellConnection& connection, wl_output
                                      const LayerSurfacePlacement& placement, Callbacks callbacks)
     : connection_(connection), callbacks_(std::move(callbacks)), output_(output), placement_(placement) {
     surface_ = wl_compositor_create_surface(connection.compositor());
+    static const wl_surface_listener surfaceListener{&LayerShellSurface::enter, &LayerShellSurface::leave};
+    wl_surface_add_listener(surface_, &surfaceListener, this);
     // Clicks and touches go to whatever lies below: an empty input region.
     wl_region* empty = wl_compositor_create_region(connection.compositor());
     wl_surface_set_input_region(surface_, empty);
@@ -130,6 +137,41 @@ void LayerShellSurface::requestFrame() {
     frame_ = wl_surface_frame(surface_);
     static const wl_callback_listener listener{&LayerShellSurface::done};
     wl_callback_add_listener(frame_, &listener, this);
+}
+
+bool LayerShellSurface::setBufferScale(int scale) {
+    if (connection_.compositorVersion() < 3) return scale == 1;
+    wl_surface_set_buffer_scale(surface_, scale);
+    return true;
+}
+
+void LayerShellSurface::commit() {
+    wl_surface_commit(surface_);
+    connection_.events().flush();
+}
+
+void LayerShellSurface::damageBuffer(const QRect& pixels) {
+    // Buffer coordinates need wl_surface version 4; before that the whole surface is damaged.
+    if (pixels.isNull() || connection_.compositorVersion() < 4) {
+        wl_surface_damage(surface_, 0, 0, INT32_MAX, INT32_MAX);
+    } else {
+        wl_surface_damage_buffer(surface_, pixels.x(), pixels.y(), pixels.width(), pixels.height());
+    }
+}
+
+void LayerShellSurface::enter(void* data, wl_surface*, wl_output* output) {
+    auto* self = static_cast<LayerShellSurface*>(data);
+    if (std::find(self->entered_.begin(), self->entered_.end(), output) != self->entered_.end()) return;
+    self->entered_.push_back(output);
+    if (self->callbacks_.outputsChanged) self->callbacks_.outputsChanged();
+}
+
+void LayerShellSurface::leave(void* data, wl_surface*, wl_output* output) {
+    auto* self = static_cast<LayerShellSurface*>(data);
+    const auto found = std::find(self->entered_.begin(), self->entered_.end(), output);
+    if (found == self->entered_.end()) return;
+    self->entered_.erase(found);
+    if (self->callbacks_.outputsChanged) self->callbacks_.outputsChanged();
 }
 
 void LayerShellSurface::configure(void* data, zwlr_layer_surface_v1* layerSurface, uint32_t serial, uint32_t width,

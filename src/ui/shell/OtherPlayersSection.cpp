@@ -79,13 +79,16 @@ OtherPlayersSection::OtherPlayersSection(OverlayPreferences& preferences,
     layout->addWidget(list);
 
     refresh();
-    observer_ = preferences_.objectWillChange.connect([this] { scheduleRefresh(); });
+    // Every change to the other players is announced as a change of the enabled players.
+    observer_ = preferences_.changed.connect([this](PreferenceKey key) {
+        if (key == PreferenceKey::enabledPlayers) scheduleRefresh();
+    });
 }
 
-OtherPlayersSection::~OtherPlayersSection() { preferences_.objectWillChange.disconnect(observer_); }
+OtherPlayersSection::~OtherPlayersSection() { preferences_.changed.disconnect(observer_); }
 
 void OtherPlayersSection::scheduleRefresh() {
-    // Observers hear of a change before it is made: read the preferences on the next turn.
+    // Several switches may change in one turn: rebuild once, on the next.
     if (refreshPending_) return;
     refreshPending_ = true;
     QTimer::singleShot(0, this, [this] { refresh(); });

@@ -465,7 +465,21 @@ QWidget* SettingsView::makeGeneralTab() {
     names->addLayout(links);
     aboutLayout->addLayout(names, 1);
 
-    return scrollingPage({section(QStringLiteral("Startup"), startup), section(QStringLiteral("About"), about)});
+    auto* drawing = new QWidget;
+    auto* drawingLayout = column(drawing);
+    renderer_ = new ChoiceGroup(settingTitle(SettingKey::renderer), optionTitles(SettingKey::renderer),
+                                QStringLiteral("How the wave is drawn"),
+                                {QStringLiteral("OpenGL, unless it runs in software; then the processor"),
+                                 QStringLiteral("Always the processor; for drivers that misbehave"),
+                                 QStringLiteral("Always OpenGL")},
+                                drawing);
+    drawingLayout->addWidget(renderer_);
+    connect(renderer_, &ChoiceGroup::chosen, this, [this](int index) {
+        if (actions_.setRenderer) actions_.setRenderer(allCases<RendererChoice>()[static_cast<std::size_t>(index)]);
+    });
+
+    return scrollingPage({section(QStringLiteral("Startup"), startup), section(QStringLiteral("Performance"), drawing),
+                          section(QStringLiteral("About"), about)});
 }
 
 void SettingsView::showLicense() {
@@ -590,6 +604,9 @@ void SettingsView::showPreference(PreferenceKey key) {
             if (SwatchButton* chosen = swatches_.at(preferences_.color()); !chosen->isChecked()) chosen->setChecked(true);
             // The new colour shows in the preview's next frame, drawn now.
             preview_->update();
+            break;
+        case PreferenceKey::renderer:
+            renderer_->setCurrentIndex(static_cast<int>(caseIndex(preferences_.renderer())));
             break;
         case PreferenceKey::enabledPlayers:
             for (MusicPlayer player : allCases<MusicPlayer>()) {

@@ -121,6 +121,7 @@ private:
     QPushButton* retry_ = nullptr;
     QPushButton* permissions_ = nullptr;
     QCheckBox* launchAtLogin_ = nullptr;
+    ChoiceGroup* renderer_ = nullptr;
     QLabel* autostartWarning_ = nullptr;
     QLabel* notSaved_ = nullptr;
     QLabel* noTrayHost_ = nullptr;

@@ -9,6 +9,7 @@
 #include "ui/OffscreenWaveRenderer.h"
 #include "ui/OverlayWindow.h"
 #include "ui/VisualizerPainter.h"
+#include "ui/WaveRasterRenderer.h"
 
 namespace lorvane {
 
@@ -61,8 +62,8 @@ WavePreview::WavePreview(const OverlayPreferences& preferences, const Visualizer
     : QWidget(parent),
       view_(borrowed(preferences), borrowed(model)),
       ticker_(std::make_unique<FrameTicker>([this] { update(); })),
-      wallClock_(std::make_unique<ReferenceDateClock>()),
-      clock_(wallClock_.get()) {
+      steady_(std::make_unique<SteadyClock>()),
+      animation_(*steady_) {
     setAttribute(Qt::WA_OpaquePaintEvent);
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
     setAccessibleName(QStringLiteral("Waveform Preview"));
@@ -70,12 +71,6 @@ WavePreview::WavePreview(const OverlayPreferences& preferences, const Visualizer
 }
 
 WavePreview::~WavePreview() = default;
-
-void WavePreview::setOpenGlAllowed(bool allowed) {
-    glAllowed_ = allowed;
-    glTried_ = !allowed;
-    onCpu_ = false;
-}
 
 bool WavePreview::isAnimating() const { return ticker_->isRunning(); }
 
@@ -90,6 +85,7 @@ void WavePreview::showEvent(QShowEvent* event) {
 
 void WavePreview::hideEvent(QHideEvent* event) {
     ticker_->stop();
+    animation_.pause();
     QWidget::hideEvent(event);
 }
 
@@ -98,41 +94,55 @@ void WavePreview::changeEvent(QEvent* event) {
     QWidget::changeEvent(event);
 }
 
+DrawingPath WavePreview::drawingPath() {
+    // The overlay's rule, looked at again only when the setting changes.
+    const RendererChoice choice = view_.preferences().renderer();
+    if (pathChosenFor_ != choice) {
+        pathChosenFor_ = choice;
+        path_ = currentDrawingPath(choice);
+    }
+    return path_;
+}
+
 QImage WavePreview::renderFrame(const QSize& size, double devicePixelRatio) {
     const double inset = size.height() * 0.1;
     const RectF canvas{inset, inset, size.width() - 2 * inset, size.height() - 2 * inset};
-    const WaveLayout layout = view_.layout({canvas.width, canvas.height}, clock_->now());
-    // The overlay's rule: where OpenGL runs in software (or the setting says so) the CPU path draws.
-    const RendererChoice choice = view_.preferences().renderer();
-    if (glAllowed_ && (!pathChosen_ || choice != chosenFor_)) {
-        pathChosen_ = true;
-        chosenFor_ = choice;
-        onCpu_ = currentDrawingPath(choice) == DrawingPath::cpu;
+    const SizeF canvasSize{canvas.width, canvas.height};
+    const WaveLayout layout = fixedClock_ ? view_.layout(canvasSize, fixedClock_->now())
+                                          : view_.layout(canvasSize, animation_.advance(view_.motion()));
+    lastPath_.reset();
+    if (!painterOnly_ && drawingPath() == DrawingPath::gl) {
+        if (!glTried_) {
+            glTried_ = true;
+            auto renderer = std::make_unique<OffscreenWaveRenderer>();
+            if (renderer->isValid()) glRenderer_ = std::move(renderer);
+        }
+        if (glRenderer_) {
+            QImage image = glRenderer_->renderLayout(
+                layout, {static_cast<double>(size.width()), static_cast<double>(size.height())}, canvas,
+                devicePixelRatio, opaqueBackground);
+            if (!image.isNull()) {
+                lastPath_ = DrawingPath::gl;
+                return image;
+            }
+        }
     }
-    if (onCpu_) {
-        WaveFrame frame;
-        frame.panel = {static_cast<double>(size.width()), static_cast<double>(size.height())};
-        frame.composition.waveform = canvas;
-        frame.layout = layout;
+    if (!painterOnly_) {
+        // The CPU path, also where OpenGL was asked for but cannot draw.
         if (!rasterRenderer_) rasterRenderer_ = std::make_unique<WaveRasterRenderer>();
+        const WaveFrame frame{{static_cast<double>(size.width()), static_cast<double>(size.height())},
+                              {false, std::nullopt, canvas},
+                              layout};
         // One image for every frame: the panel around the canvas keeps its fill, the canvas is redrawn.
         const QSize pixels = (QSizeF(size) * devicePixelRatio).toSize();
         if (cpuImage_.size() != pixels || cpuImage_.devicePixelRatio() != devicePixelRatio) {
             cpuImage_ = rasterRenderer_->render(frame, devicePixelRatio, opaqueBackground);
+            cpuImage_.setDevicePixelRatio(devicePixelRatio);
         } else {
             rasterRenderer_->drawCanvas(frame, cpuImage_, opaqueBackground);
         }
+        lastPath_ = DrawingPath::cpu;
         return cpuImage_;
-    }
-    if (!glTried_) {
-        glTried_ = true;
-        auto renderer = std::make_unique<OffscreenWaveRenderer>();
-        if (renderer->isValid()) glRenderer_ = std::move(renderer);
-    }
-    if (glRenderer_) {
-        QImage image = glRenderer_->renderLayout(layout, {static_cast<double>(size.width()), static_cast<double>(size.height())},
-                                                 canvas, devicePixelRatio, opaqueBackground);
-        if (!image.isNull()) return image;
     }
     QImage image(size * devicePixelRatio, QImage::Format_ARGB32_Premultiplied);
     image.setDevicePixelRatio(devicePixelRatio);

@@ -1,15 +1,19 @@
 #pragma once
 // A small copy of the wave at the top of the settings window: drawn from the same preferences and
 // model as the overlay (colour, mode, audio response, live analysis or the idle wave), by the
-// program's renderer, up to 30 times a second and only while it is on screen.
+// drawing path the overlay uses (OpenGL, or the CPU where OpenGL runs in software), with phases that
+// advance like the overlay's, up to 30 times a second and only while it is on screen.
 
 #include <QImage>
 #include <QWidget>
 #include <memory>
+#include <optional>
 
 #include "core/OverlayPreferences.h"
 #include "core/VisualizerModel.h"
+#include "core/render/DrawingPath.h"
 #include "core/render/VisualizerView.h"
+#include "core/render/WaveAnimation.h"
 
 namespace lorvane {
 
@@ -17,7 +21,7 @@ class FrameTicker;
 class OffscreenWaveRenderer;
 class WaveRasterRenderer;
 class Clock;
-class ReferenceDateClock;
+class SteadyClock;
 
 class WavePreview final : public QWidget {
     Q_OBJECT
@@ -29,14 +33,13 @@ public:
     long long framesDrawn() const { return framesDrawn_; }
     WaveColor lastDrawnColor() const { return lastDrawnColor_; }
     bool isAnimating() const;
-    // Whether the last frame came from the CPU drawing path.
-    bool drewOnCpu() const { return onCpu_; }
-    // The wave's time source (seconds since 1 January 2001 UTC); a fixed clock gives repeatable pictures.
-    // It must outlive the preview.
-    void setClock(const Clock& clock) { clock_ = &clock; }
-    // Draw with QPainter, neither OpenGL nor the CPU drawing path (pictures that must not depend on
-    // the GL driver).
-    void setOpenGlAllowed(bool allowed);
+    // A fixed time source (seconds since 1 January 2001 UTC) for repeatable pictures: the wave is then
+    // drawn as if its motion had held since time 0. It must outlive the preview.
+    void setClock(const Clock& clock) { fixedClock_ = &clock; }
+    // Draw with QPainter alone, without the glow (pictures that must not depend on a renderer).
+    void setOpenGlAllowed(bool allowed) { painterOnly_ = !allowed; }
+    // The path the last frame was drawn with; nothing before the first frame or with QPainter alone.
+    std::optional<DrawingPath> lastDrawingPath() const { return lastPath_; }
 
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override;
@@ -50,20 +53,22 @@ protected:
 private:
     QImage renderFrame(const QSize& size, double devicePixelRatio);
 
+    DrawingPath drawingPath();
+
     VisualizerView view_;
     std::unique_ptr<FrameTicker> ticker_;
-    std::unique_ptr<ReferenceDateClock> wallClock_;
-    const Clock* clock_ = nullptr;
-    // Made on first use; stays empty (and the painter draws) where OpenGL is missing.
+    std::unique_ptr<SteadyClock> steady_;
+    WaveAnimation animation_;
+    const Clock* fixedClock_ = nullptr;
+    bool painterOnly_ = false;
+    // Made on first use of their path; the GL one stays empty where OpenGL is missing.
     std::unique_ptr<OffscreenWaveRenderer> glRenderer_;
-    bool glTried_ = false;
-    bool glAllowed_ = true;
-    // The drawing path, chosen as the overlay chooses it, again when the setting changes.
     std::unique_ptr<WaveRasterRenderer> rasterRenderer_;
-    QImage cpuImage_;
-    bool pathChosen_ = false;
-    bool onCpu_ = false;
-    RendererChoice chosenFor_ = RendererChoice::automatic;
+    QImage cpuImage_;  // the CPU path's picture, redrawn frame after frame
+    bool glTried_ = false;
+    std::optional<RendererChoice> pathChosenFor_;
+    DrawingPath path_ = DrawingPath::cpu;
+    std::optional<DrawingPath> lastPath_;
     long long framesDrawn_ = 0;
     WaveColor lastDrawnColor_ = WaveColor::cyan;
 };

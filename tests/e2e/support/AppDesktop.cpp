@@ -203,10 +203,13 @@ QString AppDesktop::programPath() const { return QStringLiteral(LORVANE_PROGRAM)
 
 QString AppDesktop::settingsFile() const { return home_.path() + QStringLiteral("/config/Tarnhollow/Lorvane.conf"); }
 
-bool AppDesktop::launch(ChildProcess& process) const { return process.start(programPath(), {}, environment()); }
+bool AppDesktop::launch(ChildProcess& process, const QStringList& arguments) const {
+    return process.start(programPath(), arguments, environment());
+}
 
-bool AppDesktop::launchAndWaitForTray(ChildProcess& process, std::chrono::milliseconds bound) const {
-    if (!launch(process)) return false;
+bool AppDesktop::launchAndWaitForTray(ChildProcess& process, std::chrono::milliseconds bound,
+                                      const QStringList& arguments) const {
+    if (!launch(process, arguments)) return false;
     return waitFor([&] { return !tray_->registeredItems().isEmpty() && tray_->layout().has_value(); }, bound);
 }
 

@@ -100,9 +100,10 @@ public:
     std::optional<QString> uniqueNameOf(qint64 pid) const;
 
     // Starts Lorvane; answers false when it did not start.
-    bool launch(ChildProcess& process) const;
+    bool launch(ChildProcess& process, const QStringList& arguments = {}) const;
     // Lorvane started by launch(), waited for until its tray item is registered.
-    bool launchAndWaitForTray(ChildProcess& process, std::chrono::milliseconds bound = std::chrono::seconds(30)) const;
+    bool launchAndWaitForTray(ChildProcess& process, std::chrono::milliseconds bound = std::chrono::seconds(30),
+                              const QStringList& arguments = {}) const;
 
     // X queries through the session's own tools.
     std::vector<unsigned long> windowsNamed(const std::string& title, bool onlyVisible) const;
