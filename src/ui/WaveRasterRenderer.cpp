@@ -287,10 +287,20 @@ void WaveRasterRenderer::drawBaseline(const WaveFrame& frame, const Target& imag
     top = std::max(top, clip.top());
     bottom = std::min(bottom, clip.bottom() + 1);
     if (left >= right || top >= bottom) return;
-    // The gradient's colour depends on the column alone: worked out once for all the line's rows.
+    // The gradient's colour depends on the column alone: worked out once for all the line's rows, and
+    // again only when the line or its colours change.
     const std::size_t columns = static_cast<std::size_t>(right - left);
+    std::vector<double>& key = baselineKey_;
+    const std::size_t keySize = key.size();
+    std::vector<double> now{static_cast<double>(left), static_cast<double>(right), x0, length};
+    for (int i = 0; i < stopCount; ++i) {
+        const RgbaColor& c = layout.baselineStops[static_cast<std::size_t>(i)].color;
+        now.insert(now.end(), {c.red, c.green, c.blue, c.alpha});
+    }
+    const bool same = keySize == now.size() && std::equal(now.begin(), now.end(), key.begin());
+    if (!same) key = std::move(now);
     baselineColours_.resize(columns * 4);
-    for (int px = left; px < right; ++px) {
+    for (int px = same ? right : left; px < right; ++px) {
         const float dx = static_cast<float>(px) + 0.5f - x0;
         RgbaColor c = layout.baselineStops[0].color;
         if (stopCount > 1) {

@@ -65,6 +65,7 @@ private:
     void drawBars(const WaveFrame& frame, const Target& image, const QRect& clip, double scale);
 
     DashSprites sprites_;
+    std::vector<double> baselineKey_;     // what baselineColours_ were worked out for
     std::vector<float> baselineColours_;  // the baseline's gradient by column: red, green, blue (0...255), alpha
     std::vector<std::uint8_t> strokes_;  // the glow's strokes: premultiplied RGBA bytes at glow resolution
     std::vector<float> strokeRow_;       // one row of them as floats
