@@ -264,10 +264,24 @@ bool OverlayWindow::drawOnCpu(const WaveFrame& frame, const RgbaColor& backgroun
     const QRect reach = WaveRasterRenderer::wavePixels(frame, ratio);
     const QRect pixels = whole ? QRect(QPoint(0, 0), size() * ratio) : reach.united(lastReach_);
     lastReach_ = reach;
-    const QRect points(static_cast<int>(std::floor(pixels.left() / ratio)), static_cast<int>(std::floor(pixels.top() / ratio)),
-                       static_cast<int>(std::ceil((pixels.right() + 1) / ratio)) - static_cast<int>(std::floor(pixels.left() / ratio)),
-                       static_cast<int>(std::ceil((pixels.bottom() + 1) / ratio)) - static_cast<int>(std::floor(pixels.top() / ratio)));
+    auto toPoints = [ratio](const QRect& r) {
+        const int left = static_cast<int>(std::floor(r.left() / ratio)), top = static_cast<int>(std::floor(r.top() / ratio));
+        return QRect(left, top, static_cast<int>(std::ceil((r.right() + 1) / ratio)) - left,
+                     static_cast<int>(std::ceil((r.bottom() + 1) / ratio)) - top);
+    };
+    const QRect points = toPoints(pixels);
     const QRegion region(points);
+    // Only what can have changed goes to the display server: where the wave is now or was last time,
+    // slice by slice of columns.
+    const QRegion wave = WaveRasterRenderer::waveRegion(frame, ratio);
+    QRegion changed;
+    if (whole) {
+        changed = region;
+    } else {
+        for (const QRect& r : wave.united(lastWave_)) changed += toPoints(r);
+        changed &= region;
+    }
+    lastWave_ = wave;
     backingStore_->beginPaint(region);
     auto* image = dynamic_cast<QImage*>(backingStore_->paintDevice());
     if (image && image->format() == QImage::Format_ARGB32_Premultiplied) {
@@ -285,6 +299,7 @@ bool OverlayWindow::drawOnCpu(const WaveFrame& frame, const RgbaColor& backgroun
                                  static_cast<int>(std::ceil((points.bottom() + 1) * ratio)) - 1));
         rasterRenderer_.drawCanvas(frame, *image, background, limit);
     } else {
+        changed = region;
         // A backing store that is no premultiplied image: draw aside and copy.
         const QImage picture = rasterRenderer_.render(frame, devicePixelRatio(), background);
         QPainter painter(backingStore_->paintDevice());
@@ -292,7 +307,7 @@ bool OverlayWindow::drawOnCpu(const WaveFrame& frame, const RgbaColor& backgroun
         painter.drawImage(QPoint(0, 0), picture);
     }
     backingStore_->endPaint();
-    backingStore_->flush(region);
+    backingStore_->flush(changed);
     painted_ = fill;
     return true;
 }

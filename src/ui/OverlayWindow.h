@@ -81,6 +81,7 @@ private:
     WaveRasterRenderer rasterRenderer_;
     RgbaColor painted_{-1, -1, -1, -1};  // the fill the backing store's panel outside the canvas holds
     QRect lastReach_;                     // the pixels the last frame's wave reached
+    QRegion lastWave_;                    // ... slice by slice
     FrameTicker ticker_;
     FramePacer pacer_;
     QTimer presentTimer_;   // the next live frame's place on the beat

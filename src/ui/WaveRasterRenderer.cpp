@@ -246,6 +246,36 @@ QRect WaveRasterRenderer::wavePixels(const WaveFrame& frame, double ratio) {
     return QRect(all.left(), top, all.width(), bottom - top).intersected(all);
 }
 
+QRegion WaveRasterRenderer::waveRegion(const WaveFrame& frame, double ratio) {
+    const QRect all = wavePixels(frame, ratio);
+    if (all.isEmpty()) return {};
+    const WaveLayout& layout = frame.layout;
+    const RectF& canvas = frame.composition.waveform;
+    // The glow spreads its stroke's half width plus three standard deviations of the blur.
+    const double spread = layout.glowLineWidth / 2 + 3 * layout.glowRadius + 2;
+    constexpr int slice = 128;
+    const int slices = (all.width() + slice - 1) / slice;
+    std::vector<double> extent(static_cast<std::size_t>(slices), -1);
+    for (const WaveBar& bar : layout.bars) {
+        double reach = bar.halfHeight + layout.barWidth / 2 + layout.dotDiameter / 2;
+        if (bar.sparkleReach) reach = std::max(reach, *bar.sparkleReach + layout.sparkleDiameter / 2);
+        const double x = (canvas.x + bar.x) * ratio - all.left();
+        const int from = std::max(static_cast<int>(std::floor((x - spread * ratio) / slice)), 0);
+        const int to = std::min(static_cast<int>(std::floor((x + spread * ratio) / slice)), slices - 1);
+        for (int i = from; i <= to; ++i) extent[static_cast<std::size_t>(i)] = std::max(extent[static_cast<std::size_t>(i)], reach);
+    }
+    const double mid = canvas.y + layout.midY;
+    QRegion region;
+    for (int i = 0; i < slices; ++i) {
+        const double reach = extent[static_cast<std::size_t>(i)];
+        if (reach < 0) continue;
+        const int top = static_cast<int>(std::floor((mid - reach - spread) * ratio)) - 2;
+        const int bottom = static_cast<int>(std::ceil((mid + reach + spread) * ratio)) + 2;
+        region += QRect(all.left() + i * slice, top, slice, bottom - top).intersected(all);
+    }
+    return region;
+}
+
 QRect WaveRasterRenderer::drawCanvas(const WaveFrame& frame, QImage& image, const RgbaColor& background,
                                      const QRect& limit) {
     const double scale = image.devicePixelRatio();

@@ -8,6 +8,7 @@
 
 #include <QImage>
 #include <QRect>
+#include <QRegion>
 #include <cstdint>
 #include <vector>
 
@@ -27,6 +28,11 @@ public:
 
     // The pixels of the canvas this frame's wave (with its glow and sparkles) can touch.
     static QRect wavePixels(const WaveFrame& frame, double devicePixelRatio);
+
+    // The same, finer: per slice of columns, the rows the wave can touch there (its bars there and
+    // the glow of their neighbours). What changes on screen from one frame to the next lies within
+    // this region of both frames.
+    static QRegion waveRegion(const WaveFrame& frame, double devicePixelRatio);
 
     // Fills the canvas's pixels of `image` (the panel, premultiplied ARGB32, at `devicePixelRatio`)
     // with the panel's fill and draws the frame's wave over it. Pixels outside the canvas, or outside

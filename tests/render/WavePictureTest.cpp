@@ -476,7 +476,8 @@ INSTANTIATE_TEST_SUITE_P(
 
 // The overlay keeps one renderer and one image: each frame redraws only the rows the wave reached
 // last time or reaches now. What it leaves there must be the picture a fresh renderer draws, frame
-// after frame, as bars grow and shrink (nothing of an earlier frame may linger in the renderer).
+// after frame, as bars grow and shrink (nothing of an earlier frame may linger in the renderer). It
+// sends the display server only the wave's region of both frames: every pixel that changed lies there.
 TEST(CpuPath, RedrawingOverTheLastFrameGivesTheFreshPicture) {
     if (picturePath() == DrawingPath::cpu) GTEST_SKIP() << "the CPU path alone; run once";
     for (const OverlayDisplayMode mode : {OverlayDisplayMode::compact, OverlayDisplayMode::fullscreenFog}) {
@@ -484,8 +485,9 @@ TEST(CpuPath, RedrawingOverTheLastFrameGivesTheFreshPicture) {
         Scene scene(mode, WaveColor::aurora);
         const SizeF panel = mode == OverlayDisplayMode::compact ? SizeF{1920, 150} : SizeF{1280, 720};
         WaveRasterRenderer reused;
-        QImage image;
+        QImage image, lastPicture;
         QRect lastReach;
+        QRegion lastRegion;
         for (int i = 0; i < 5; ++i) {
             std::vector<double> spectrum(96);
             for (int band = 0; band < 96; ++band) {
@@ -500,7 +502,6 @@ TEST(CpuPath, RedrawingOverTheLastFrameGivesTheFreshPicture) {
             } else {
                 reused.drawCanvas(frame, image, transparentBackground, reach.united(lastReach));
             }
-            lastReach = reach;
             WaveRasterRenderer fresh;
             const QImage expected = fresh.render(frame, 1, transparentBackground);
             ASSERT_EQ(image.size(), expected.size());
@@ -509,6 +510,29 @@ TEST(CpuPath, RedrawingOverTheLastFrameGivesTheFreshPicture) {
                 for (int x = 0; x < image.width(); ++x) differing += image.pixel(x, y) != expected.pixel(x, y);
             }
             EXPECT_EQ(differing, 0) << "frame " << i;
+            const QRegion region = WaveRasterRenderer::waveRegion(frame, 1);
+            EXPECT_FALSE(region.isEmpty());
+            if (i > 0) {
+                const QRegion pushed = region.united(lastRegion);
+                int changed = 0, outside = 0;
+                for (int y = 0; y < expected.height(); ++y) {
+                    for (int x = 0; x < expected.width(); ++x) {
+                        if (expected.pixel(x, y) == lastPicture.pixel(x, y)) continue;
+                        ++changed;
+                        outside += !pushed.contains(QPoint(x, y));
+                    }
+                }
+                EXPECT_GT(changed, 0) << "frame " << i;
+                EXPECT_EQ(outside, 0) << "frame " << i;
+                // And it is smaller than the full-width rows around both frames' waves.
+                const QRect rows = reach.united(lastReach);
+                double area = 0;
+                for (const QRect& r : pushed) area += static_cast<double>(r.width()) * r.height();
+                EXPECT_LT(area, static_cast<double>(rows.width()) * rows.height()) << "frame " << i;
+            }
+            lastRegion = region;
+            lastPicture = expected;
+            lastReach = reach;
         }
     }
 }
