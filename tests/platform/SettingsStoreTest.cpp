@@ -164,6 +164,29 @@ TEST_F(SettingsFile, GarbageFileGivesDefaultsAndIsReplacedOnlyOnTheNextAssignmen
     EXPECT_TRUE(again->autoShow());
 }
 
+// QSettings would decode "@Variant(...)" through QDataStream: this one claims a list of four billion
+// items, spelled directly and through escapes. Those lines read as the defaults; the rest is read.
+TEST_F(SettingsFile, TypedValuesThatClaimGigabytesReadAsTheDefaults) {
+    writeFile("[General]\n"
+              "overlayEnabled=@Variant(\\0\\0\\0\\t\\0\\xff\\xff\\xff\\xff)\n"
+              "autoShow=\\x40Variant(\\0\\0\\0\\t\\0\\xff\\xff\\xff\\xff)\n"
+              "enabledMusicPlayers=Spotify, @Variant(\\0\\0\\0\\t\\0\\xff\\xff\\xff\\xff)\n"
+              "overlayPosition=\\\n"
+              "@DateTime(\\0\\0\\0\\t\\0\\xff\\xff\\xff\\xff)\n"
+              "waveColor=neon\n"
+              "disabledOtherPlayers=@Invalid()\n");
+    auto p = open();
+    EXPECT_TRUE(p->overlayEnabled());
+    EXPECT_TRUE(p->autoShow());
+    EXPECT_EQ(p->enabledPlayers(), allPlayers);
+    EXPECT_EQ(p->position(), OverlayPosition::center);
+    EXPECT_EQ(p->color(), WaveColor::neon) << "the plain line beside them is read";
+    EXPECT_TRUE(p->disabledOtherPlayers().empty());
+    // A string of our own that starts with '@' round-trips (QSettings writes it as "@@").
+    store->setString("seenOtherPlayers", "@home");
+    EXPECT_EQ(QSettingsStore(path()).object("seenOtherPlayers"), KeyValueStore::Value(std::string("@home")));
+}
+
 TEST_F(SettingsFile, UnwritableFileKeepsTheProgramOnItsInMemoryValues) {
     // A regular file where the settings directory should be: nothing can be created below it.
     QFile blocker(dir.filePath("blocked"));

@@ -22,6 +22,47 @@ QString qKey(const std::string& key) { return QString::fromStdString(key); }
 // Larger settings files are not ours: they read as the defaults instead of stalling the start.
 constexpr qint64 maxFileBytes = 4 * 1024 * 1024;
 
+// QSettings turns a value spelled "@Variant(...)" or "@DateTime(...)" into a QVariant through
+// QDataStream, whose length fields a hand-made file can set to gigabytes. This program writes only
+// booleans, strings and string lists, so no line of its own spells one; a line that could (with the
+// quotes QSettings drops left out, through an escape that may spell a letter, or across a continued
+// line) is left out, and its key reads as the default.
+bool mayHoldTypedValue(QByteArrayView line) {
+    const QByteArrayView text = line.trimmed();
+    if (text.endsWith('\\')) return true;
+    QByteArray unquoted;
+    unquoted.reserve(text.size());
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c == '"') continue;
+        if (c != '\\' || i + 1 >= text.size()) {
+            unquoted.append(c);
+            continue;
+        }
+        const char next = text[++i];
+        if (next == 'x' || next == 'X' || (next >= '0' && next <= '7')) return true;
+        // Any other escape read as its letter: the check errs towards leaving a line out.
+        unquoted.append(next);
+    }
+    return unquoted.contains("@Variant(") || unquoted.contains("@DateTime(");
+}
+
+// The file's lines without those that may hold a typed value; `dropped` counts them.
+QByteArray withoutTypedValues(const QByteArray& bytes, int& dropped) {
+    QByteArray kept;
+    kept.reserve(bytes.size());
+    dropped = 0;
+    for (const QByteArray& line : bytes.split('\n')) {
+        if (mayHoldTypedValue(line)) {
+            ++dropped;
+            continue;
+        }
+        kept.append(line);
+        kept.append('\n');
+    }
+    return kept;
+}
+
 }  // namespace
 
 QString QSettingsStore::standardFileName() {
@@ -64,6 +105,12 @@ void QSettingsStore::read() {
                                         << "cannot be read; using the default settings.";
         return;
     }
+    int dropped = 0;
+    const QByteArray plain = withoutTypedValues(*bytes, dropped);
+    if (dropped > 0) {
+        qCWarning(lcSettings).noquote() << "The settings file" << fileName_ << "has" << dropped
+                                        << "line(s) this program never writes; they read as the defaults.";
+    }
     // QSettings parses a private copy, so neither its lock nor its cache ever touches the real file.
     QTemporaryDir scratch;
     if (!scratch.isValid()) return;
@@ -71,7 +118,7 @@ void QSettingsStore::read() {
     {
         QFile file(copy);
         if (!file.open(QIODevice::WriteOnly)) return;
-        file.write(*bytes);
+        file.write(plain);
     }
     QSettings parsed(copy, QSettings::IniFormat);
     if (parsed.status() != QSettings::NoError) {
