@@ -24,6 +24,7 @@
 #include <sstream>
 #include <vector>
 
+#include "ProcessCpu.h"
 #include "core/KeyValueStore.h"
 #include "core/analysis/AudioAnalyzer.h"
 #include "support/XSession.h"
@@ -42,19 +43,7 @@ double processCpuSeconds() {
     return usage.ru_utime.tv_sec + usage.ru_utime.tv_usec / 1e6 + usage.ru_stime.tv_sec + usage.ru_stime.tv_usec / 1e6;
 }
 
-double childCpuSeconds(pid_t pid) {
-    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-    std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
-    const auto close = text.rfind(')');
-    if (close == std::string::npos) return 0;
-    std::istringstream fields(text.substr(close + 2));
-    std::string field;
-    double ticks = 0;
-    for (int i = 3; i <= 15 && fields >> field; ++i) {
-        if (i == 14 || i == 15) ticks += std::stod(field);  // utime, stime
-    }
-    return ticks / static_cast<double>(sysconf(_SC_CLK_TCK));
-}
+using bench::childCpuSeconds;
 
 // Runs the event loop (blocking, no polling of our own) for `seconds`.
 void spin(double seconds) {
