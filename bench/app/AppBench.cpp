@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "AppDesktop.h"
+#include "ProcessStats.h"
 #include "TestPlayerProcess.h"
 #include "support/PulsePlayer.h"
 
@@ -34,34 +35,8 @@ using namespace std::chrono_literals;
 
 namespace {
 
-double residentMegabytes(qint64 pid) {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    std::string line;
-    while (std::getline(status, line)) {
-        if (line.rfind("VmRSS:", 0) == 0) return std::stod(line.substr(6)) / 1024.0;
-    }
-    return 0;
-}
-
-// User plus system time of all the process's threads (or of one of them), in seconds.
-double cpuSeconds(qint64 pid, qint64 thread = -1) {
-    std::ifstream stat(thread < 0 ? "/proc/" + std::to_string(pid) + "/stat"
-                                  : "/proc/" + std::to_string(pid) + "/task/" + std::to_string(thread) + "/stat");
-    std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
-    const auto close = text.rfind(')');
-    if (close == std::string::npos) return 0;
-    std::istringstream fields(text.substr(close + 2));
-    std::string field;
-    double utime = 0, stime = 0;
-    for (int index = 3; fields >> field; ++index) {
-        if (index == 14) utime = std::stod(field);
-        if (index == 15) {
-            stime = std::stod(field);
-            break;
-        }
-    }
-    return (utime + stime) / static_cast<double>(::sysconf(_SC_CLK_TCK));
-}
+using lorvane::bench::cpuSeconds;
+using lorvane::bench::residentMegabytes;
 
 // CPU seconds per thread name (threads of the same name, such as llvmpipe's, are added up).
 std::map<std::string, double> cpuSecondsByThread(qint64 pid) {

@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "AppDesktop.h"
+#include "ProcessStats.h"
 #include "TestPlayerProcess.h"
 #include "support/PulsePlayer.h"
 
@@ -23,14 +24,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-double residentMegabytes(qint64 pid) {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    std::string line;
-    while (std::getline(status, line)) {
-        if (line.rfind("VmRSS:", 0) == 0) return std::stod(line.substr(6)) / 1024.0;
-    }
-    return 0;
-}
+using lorvane::bench::residentMegabytes;
 
 qsizetype entries(qint64 pid, const char* what) {
     return QDir(QStringLiteral("/proc/%1/%2").arg(pid).arg(what))

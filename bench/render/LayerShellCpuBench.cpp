@@ -10,7 +10,7 @@
 #include <QEventLoop>
 #include <QTimer>
 
-#include "ProcessCpu.h"
+#include "ProcessStats.h"
 #include "WaylandTestSupport.h"
 #include "support/WaylandUserSession.h"
 
@@ -43,15 +43,15 @@ void LayerShellOverlay(benchmark::State& state) {
     if (!demo->waitForStarted(10000)) return state.SkipWithError("the demo did not start");
     spin(3);  // settle
     for (auto _ : state) {
-        const double demo0 = bench::childCpuSeconds(static_cast<pid_t>(demo->processId()));
-        const double sway0 = bench::childCpuSeconds(static_cast<pid_t>(sway.compositorPid()));
+        const double demo0 = bench::cpuSeconds(static_cast<pid_t>(demo->processId()));
+        const double sway0 = bench::cpuSeconds(static_cast<pid_t>(sway.compositorPid()));
         QElapsedTimer wall;
         wall.start();
         spin(seconds);
         const double elapsed = wall.nsecsElapsed() / 1e9;
         state.SetIterationTime(elapsed);
-        state.counters["demo_cpu_%"] = 100 * (bench::childCpuSeconds(static_cast<pid_t>(demo->processId())) - demo0) / elapsed;
-        state.counters["sway_cpu_%"] = 100 * (bench::childCpuSeconds(static_cast<pid_t>(sway.compositorPid())) - sway0) / elapsed;
+        state.counters["demo_cpu_%"] = 100 * (bench::cpuSeconds(static_cast<pid_t>(demo->processId())) - demo0) / elapsed;
+        state.counters["sway_cpu_%"] = 100 * (bench::cpuSeconds(static_cast<pid_t>(sway.compositorPid())) - sway0) / elapsed;
     }
     if (demo->state() != QProcess::Running) state.SkipWithError("the demo ended early");
     demo->terminate();

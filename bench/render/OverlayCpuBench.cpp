@@ -24,7 +24,7 @@
 #include <sstream>
 #include <vector>
 
-#include "ProcessCpu.h"
+#include "ProcessStats.h"
 #include "core/KeyValueStore.h"
 #include "core/analysis/AudioAnalyzer.h"
 #include "support/XSession.h"
@@ -43,7 +43,6 @@ double processCpuSeconds() {
     return usage.ru_utime.tv_sec + usage.ru_utime.tv_usec / 1e6 + usage.ru_stime.tv_sec + usage.ru_stime.tv_usec / 1e6;
 }
 
-using bench::childCpuSeconds;
 
 // Runs the event loop (blocking, no polling of our own) for `seconds`.
 void spin(double seconds) {
@@ -108,7 +107,7 @@ void runOverlay(benchmark::State& state, OverlayDisplayMode mode, int width, int
 
     const double seconds = static_cast<double>(state.range(0));
     for (auto _ : state) {
-        const double cpu0 = processCpuSeconds(), x0 = childCpuSeconds(session->serverPid());
+        const double cpu0 = processCpuSeconds(), x0 = bench::cpuSeconds(session->serverPid());
         const long long frames0 = window.framesDrawn();
         QElapsedTimer wall;
         wall.start();
@@ -119,7 +118,7 @@ void runOverlay(benchmark::State& state, OverlayDisplayMode mode, int width, int
         const double elapsed = wall.nsecsElapsed() / 1e9;
         state.SetIterationTime(elapsed);
         state.counters["process_cpu_%"] = 100 * (processCpuSeconds() - cpu0) / elapsed;
-        state.counters["xserver_cpu_%"] = 100 * (childCpuSeconds(session->serverPid()) - x0) / elapsed;
+        state.counters["xserver_cpu_%"] = 100 * (bench::cpuSeconds(session->serverPid()) - x0) / elapsed;
         state.counters["fps"] = static_cast<double>(window.framesDrawn() - frames0) / elapsed;
         // Pacing: the spread of the intervals between frames put on screen.
         std::vector<double> intervals;
