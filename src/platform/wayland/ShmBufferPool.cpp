@@ -54,23 +54,17 @@ std::unique_ptr<ShmBufferPool::Buffer> ShmBufferPool::make(QSize size) {
 
 ShmBufferPool::Buffer* ShmBufferPool::acquire(QSize size) {
     if (size.isEmpty()) return nullptr;
-    // Buffers of another size go: at once when free, on release when lent.
+    // Buffers of another size go once the compositor has given them back.
     for (auto it = buffers_.begin(); it != buffers_.end();) {
-        Buffer& buffer = **it;
-        if (buffer.image.size() == size) {
+        if ((*it)->image.size() == size || (*it)->busy) {
             ++it;
             continue;
         }
-        if (buffer.busy) {
-            buffer.retired = true;
-            ++it;
-        } else {
-            destroy(buffer);
-            it = buffers_.erase(it);
-        }
+        destroy(**it);
+        it = buffers_.erase(it);
     }
     for (auto& buffer : buffers_) {
-        if (!buffer->busy && !buffer->retired) return buffer.get();
+        if (!buffer->busy && buffer->image.size() == size) return buffer.get();
     }
     if (buffers_.size() >= maxBuffers) return nullptr;
     auto made = make(size);
@@ -88,9 +82,8 @@ void ShmBufferPool::lend(wl_surface* surface, Buffer& buffer) {
 }
 
 void ShmBufferPool::released(void* data, wl_buffer*) {
-    auto* buffer = static_cast<Buffer*>(data);
-    buffer->busy = false;
-    // A retired buffer is destroyed by the next acquire (this listener cannot reach the pool).
+    // One of an old size is destroyed by the next acquire (this listener cannot reach the pool).
+    static_cast<Buffer*>(data)->busy = false;
 }
 
 }  // namespace lorvane

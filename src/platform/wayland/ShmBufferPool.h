@@ -24,8 +24,7 @@ public:
         QImage image;  // over the shared memory, in Qt's premultiplied ARGB32 (ARGB8888 in memory)
         void* memory = nullptr;
         std::size_t bytes = 0;
-        bool busy = false;     // lent to the compositor
-        bool retired = false;  // of an old size: destroyed when it comes back
+        bool busy = false;  // lent to the compositor
         // What it held when last drawn: the panel's fill, and the pixels the wave reached.
         std::optional<RgbaColor> fill;
         QRect reach;
