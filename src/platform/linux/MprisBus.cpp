@@ -41,16 +41,19 @@ QVariant unwrapped(const QVariant& value) {
     return value;
 }
 
-std::optional<QVariantMap> propertyMap(const QDBusMessage& reply) {
-    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) return std::nullopt;
-    const QVariant first = reply.arguments().constFirst();
-    if (first.metaType() == QMetaType::fromType<QVariantMap>()) return first.toMap();
-    if (first.metaType() != QMetaType::fromType<QDBusArgument>()) return std::nullopt;
-    const auto argument = first.value<QDBusArgument>();
+std::optional<QVariantMap> asPropertyMap(const QVariant& value) {
+    if (value.metaType() == QMetaType::fromType<QVariantMap>()) return value.toMap();
+    if (value.metaType() != QMetaType::fromType<QDBusArgument>()) return std::nullopt;
+    const auto argument = value.value<QDBusArgument>();
     if (argument.currentSignature() != QLatin1String("a{sv}")) return std::nullopt;
     QVariantMap map;
     argument >> map;
     return map;
+}
+
+std::optional<QVariantMap> propertyMap(const QDBusMessage& reply) {
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) return std::nullopt;
+    return asPropertyMap(reply.arguments().constFirst());
 }
 
 std::optional<QVariant> propertyValue(const QDBusMessage& reply) {

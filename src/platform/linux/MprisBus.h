@@ -33,6 +33,8 @@ QDBusMessage propertyGetAll(const QString& service, const QString& interface);
 
 // The value inside a D-Bus variant (or the value itself when it is not wrapped).
 QVariant unwrapped(const QVariant& value);
+// A message argument as a{sv}; nothing when it is of another shape.
+std::optional<QVariantMap> asPropertyMap(const QVariant& value);
 // The first argument of a reply as a{sv}; nothing when the reply is an error or of another shape.
 std::optional<QVariantMap> propertyMap(const QDBusMessage& reply);
 // The first argument of a Properties.Get reply; nothing on an error.

@@ -1,6 +1,5 @@
 #include "platform/linux/MprisSignalRelay.h"
 
-#include <QDBusArgument>
 #include <QStringList>
 #include <vector>
 
@@ -42,17 +41,9 @@ void MprisSignalReceiver::handle(const QDBusMessage& message) {
     if (arguments.size() < 2 || arguments.at(0).metaType() != QMetaType::fromType<QString>()) return;
     const QString interface = arguments.at(0).toString();
     if (interface != mpris::playerInterface && interface != mpris::rootInterface) return;
-    QVariantMap changed;
-    if (arguments.at(1).metaType() == QMetaType::fromType<QDBusArgument>()) {
-        const auto argument = arguments.at(1).value<QDBusArgument>();
-        if (argument.currentSignature() != QLatin1String("a{sv}")) return;
-        argument >> changed;
-    } else if (arguments.at(1).metaType() == QMetaType::fromType<QVariantMap>()) {
-        changed = arguments.at(1).toMap();
-    } else {
-        return;
-    }
-    QVariantMap kept = keptProperties(interface, changed);
+    const auto changed = mpris::asPropertyMap(arguments.at(1));
+    if (!changed) return;
+    QVariantMap kept = keptProperties(interface, *changed);
     if (kept.isEmpty()) return;
     QMetaObject::invokeMethod(
         context_,
